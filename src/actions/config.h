@@ -1,0 +1,21 @@
+#pragma once
+// Configuration processing and device settings: adopt a new channel configuration and
+// push its settings to the player; display on/off by the week; resolution; log upload.
+//
+//   currentCHConfig, AutoOnOffMode       the configuration in force, the last on/off
+//   process_config(line, id)             a ConfigID line of the command list
+//   getAutoOnOffMode, stop_all_play, set_resolution
+//   compute_log_timer, randomNumberFromMAC, transfer_log_file
+#include "xml/dravikAPI.h"
+
+extern DRAVIK_CONFIGURATION_CH currentCHConfig;
+extern int AutoOnOffMode;  // 1 on, 0 off; -1 at start-up so the first evaluation counts
+extern int log_offset_seconds;
+
+int process_config(char* line, char* currentID);
+void set_resolution(char* line);
+int getAutoOnOffMode(DRAVIK_CONFIGURATION_CH* cfg, int* next_seconds);
+void stop_all_play(void);
+void transfer_log_file(DRAVIK_CONFIGURATION_CH* cfg);
+int compute_log_timer(DRAVIK_CONFIGURATION_CH* cfg, int first_time, char* MAC);
+int randomNumberFromMAC(char* MAC, int min, int max);

@@ -1,0 +1,31 @@
+#pragma once
+// Schedule evaluation: which playlist and layout the content in force asks for now,
+// and when today that next changes. Also the schedule and download bookkeeping
+// records shared by the content check and the download manager.
+//
+//   content_get_pl_event(content, &ev)   fills a PL_EVENT for the present moment
+//   MakeTime(text, isdst)                schedule date-time text to calendar seconds
+#include <ctime>
+
+#include "xml/dravikAPI.h"
+
+// The result of one schedule evaluation.
+struct PL_EVENT {
+    int currentPL;       // playlist index to play now, or the default
+    int currentLayout;   // layout index to use now, or the default
+    int nextEventTime;   // seconds after local midnight of the next change; 86400 none
+    int timeNowSeconds;  // the evaluation time, seconds after local midnight
+};
+
+// Download bookkeeping for one content document.
+struct CONTENT_DL_STATUS {
+    char contentID[39];
+    int dlcount;             // files still to fetch
+    int dlcount_current_pl;  // of them, files of the current playlist or layout
+    unsigned char FileFlag[kMaxFiles];          // 1: the file is on the disk, complete
+    unsigned char completePL[kMaxPlaylists];    // 1: every file of the playlist is there
+    unsigned char completeLayout[kMaxLayouts];  // 1: every file of the layout is there
+};
+
+void content_get_pl_event(DRAVIK_CONTENT* content, PL_EVENT* ev);
+std::time_t MakeTime(const char* text, int isdst);

@@ -1,0 +1,33 @@
+#include "xml/dravikAPI.h"
+
+// The document parsers are not written yet: every document counts as unreadable, so
+// the agent keeps the empty records it starts with.
+int dA_ParseContent(const char*)
+{
+    g_ContentValid = 0;
+    return -1;
+}
+
+int dA_ParseConfigurationCH(const char*)
+{
+    g_ConfigurationCHValid = 0;
+    return -1;
+}
+
+int dA_ParseConfiguration(const char*, dA_ItemCallback)
+{
+    g_ConfigurationValid = 0;
+    return -1;
+}
+
+int dA_ParsePlayer(const char*, dA_ItemCallback)
+{
+    g_PlayerValid = 0;
+    return -1;
+}
+
+int dA_ParseDLRequest(const char*)
+{
+    g_DLRequestValid = 0;
+    return -1;
+}
