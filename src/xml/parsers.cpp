@@ -1,13 +1,7 @@
 #include "xml/dravikAPI.h"
 
-// The document parsers are not written yet: every document counts as unreadable, so
-// the agent keeps the empty records it starts with.
-int dA_ParseContent(const char*)
-{
-    g_ContentValid = 0;
-    return -1;
-}
-
+// The configuration-side parsers are not written yet: every such document counts as
+// unreadable, so the agent keeps the empty records it starts with.
 int dA_ParseConfigurationCH(const char*)
 {
     g_ConfigurationCHValid = 0;
