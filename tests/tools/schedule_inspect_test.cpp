@@ -207,24 +207,31 @@ TEST(ScheduleInspectProgram, RefusesWhatItCannotRead)
     EXPECT_NE(r.err.find("cannot open /tmp/no-such-content.xml"), std::string::npos) << r.err;
     EXPECT_EQ(r.out, "");
 
-    // A pl_item with an attribute the player does not know is a document it rejects.
-    sandbox::write_file("/tmp/broken.xml",
+    // A pl_item with an attribute the player does not know, and a document cut short,
+    // are documents the agent rejects.
+    sandbox::write_file("/tmp/unknown-attribute.xml",
                         "<content id=\"x\"><playlist pindex=\"0\" name=\"p\">"
                         "<pl_item type=\"video\" findex=\"0\" loop=\"yes\"/></playlist></content>");
-    for (const char* file : {"/tmp/broken.xml", "/tmp/inspect.err"}) {
-        r = run_tool(std::string(file) + " --dump");
-        EXPECT_EQ(r.status, 1) << file;
-        EXPECT_NE(r.err.find("is not a content document the player can read"), std::string::npos)
-            << r.err;
-        EXPECT_EQ(r.out, "");
+    sandbox::write_file("/tmp/cut-short.xml", "<content id=\"x\"><playlist pindex=\"0\" name=\"p\">");
+    for (const char* file : {"/tmp/unknown-attribute.xml", "/tmp/cut-short.xml"}) {
+        for (const char* option : {"--dump", "--at 2026-03-04T12:00:00"}) {
+            r = run_tool(std::string(file) + " " + option);
+            EXPECT_EQ(r.status, 1) << file;
+            EXPECT_NE(r.err.find("is not a content document the player can read"), std::string::npos)
+                << r.err;
+            EXPECT_EQ(r.out, "");
+        }
     }
 }
 
-// The examples need the agent's content parser; without it the program can only refuse.
-bool parser_available()
+// The agent's own parser reads both examples; everything below builds on that.
+TEST(ScheduleInspectProgram, ExamplesAreDocumentsTheAgentReads)
 {
-    dA_Initialize();
-    return dA_ParseContent(example("lobby-content.xml").c_str()) == 0;
+    for (const char* name : {"lobby-content.xml", "store-content.xml"}) {
+        dA_Initialize();
+        EXPECT_EQ(dA_ParseContent(example(name).c_str()), 0) << name;
+        EXPECT_EQ(dA_IsContentValid(), 1) << name;
+    }
 }
 
 struct Case {
@@ -235,9 +242,6 @@ struct Case {
 
 TEST(ScheduleInspectProgram, ExamplesAtChosenMoments)
 {
-    if (!parser_available())
-        GTEST_SKIP() << "dA_ParseContent cannot read examples/lobby-content.xml: the content "
-                        "parser is not in this build yet";
     set_zone(kCentralEurope);
     const Case cases[] = {
         // Lobby on a Wednesday: lunch with its menu board, afternoon, evening news.
@@ -284,14 +288,13 @@ TEST(ScheduleInspectProgram, ExamplesAtChosenMoments)
 
 TEST(ScheduleInspectProgram, DumpShowsTheParsedDocument)
 {
-    if (!parser_available())
-        GTEST_SKIP() << "dA_ParseContent cannot read examples/lobby-content.xml: the content "
-                        "parser is not in this build yet";
     ToolRun r = run_tool(example("lobby-content.xml") + " --dump");
     ASSERT_EQ(r.status, 0) << r.err;
-    Json j = Json::parse(r.out);
+    // In the record's own order.
+    nlohmann::ordered_json ordered = nlohmann::ordered_json::parse(r.out);
     std::vector<std::string> keys;
-    for (const auto& [k, v] : j.items()) keys.push_back(k);
+    for (const auto& [k, v] : ordered.items()) keys.push_back(k);
+    Json j = Json::parse(r.out);
     EXPECT_EQ(keys, (std::vector<std::string>{"id", "name", "plcount", "filecount", "servercount",
                                               "layoutcount", "playlists", "files", "schedule",
                                               "servers", "layouts"}));

@@ -302,6 +302,9 @@ void explain(std::FILE* out, DRAVIK_CONTENT& content, std::time_t at)
     std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S %Z", &tm);
     std::fprintf(out, "\nContent:  %s (id %s)\n", quoted(text_of(content.name)).c_str(),
                  std::string(text_of(content.id)).c_str());
+    if (content.id[0] == '\0')
+        std::fprintf(out, "Warning:  the document has no id: a player would not take it up and "
+                          "keeps what it plays\n");
     std::fprintf(out, "At:       %s, a %s; %d seconds after midnight by the clock\n", when,
                  kWeekdays[tm.tm_wday], ev.timeNowSeconds);
     explain_choice(out, content, ev, n, chosen);
