@@ -29,7 +29,8 @@ int run(int argc, char** argv, std::FILE* out, std::FILE* err);
 bool parse_local_time(const char* text, std::time_t* out, std::string* error);
 
 // Evaluates the schedule at `at` with the agent's own code and writes the result: first
-// "now=.. playlist=.. layout=.. next=.." then an explanation for people.
+// "now=.. playlist=.. layout=.. next=.." then an explanation for people. The clock is
+// a fixed one installed in the seam for the evaluation; the real one is back afterwards.
 void explain(std::FILE* out, DRAVIK_CONTENT& content, std::time_t at);
 
 // The record as one JSON object with its own field names; only used array entries.
