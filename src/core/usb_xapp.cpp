@@ -91,7 +91,7 @@ char* send_snmp_command(int msg_type, const char* command, char* reply)
     }
 
     std::string_view value = snmp_reply_value(std::string_view(reply));
-    std::memmove(reply, value.data(), value.size());
+    if (!value.empty()) std::memmove(reply, value.data(), value.size());
     reply[value.size()] = '\0';
     return reply;
 }
