@@ -62,12 +62,13 @@ bool Process::running()
 
 int Process::stop(int sig)
 {
-    if (!running()) return status_;
-    kill(pid_, sig);
-    while (waitpid(pid_, &status_, 0) == -1 && errno == EINTR) {
+    if (running()) {
+        kill(pid_, sig);
+        while (waitpid(pid_, &status_, 0) == -1 && errno == EINTR) {
+        }
+        ended_ = true;
     }
-    ended_ = true;
-    return status_;
+    return exit_status(status_);
 }
 
 int run(const std::vector<std::string>& argv, std::string* output)

@@ -21,8 +21,8 @@ public:
 
     pid_t pid() const { return pid_; }
     bool running();
-    // Sends `sig` to this process (by its id) and waits for its end; returns the wait
-    // status. Once ended, later calls return the same status.
+    // Sends `sig` to this process (by its id) and waits for its end; returns its exit
+    // status (128 + the signal when one ended it). Once ended, it only reports.
     int stop(int sig = SIGTERM);
 
 private:
