@@ -1,7 +1,7 @@
 #include "sim_log.h"
 
+#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -19,11 +19,10 @@ bool Log::open(const std::string& path)
 
 void Log::write(std::string_view event, std::string_view fields)
 {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
+    using namespace std::chrono;
+    long long ms = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
     char stamp[32];
-    std::snprintf(stamp, sizeof stamp, "%lld.%03ld ", static_cast<long long>(now.tv_sec),
-                  now.tv_nsec / 1000000);
+    std::snprintf(stamp, sizeof stamp, "%lld.%03lld ", ms / 1000, ms % 1000);
     std::string line = stamp;
     line += event;
     if (!fields.empty()) {
