@@ -15,7 +15,6 @@
 #include "support/player_sim.h"
 #include "support/queues.h"
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -69,17 +68,6 @@ TEST_F(AgentWithPlayerSim, StartUpTakesTheMacAddressFromThePlayer)
     EXPECT_THAT(sim.lines(kMacQuery), SizeIs(1));
     EXPECT_TRUE(sim.wait_for("send key=1236 type=772 len=59 "
                              "text=\"1.3.6.1.4.1.58321.3.1.8.0 = Hex-STRING: 00 11 22 AA BB 0C \""));
-
-    // Upgrade progress is the only thing the agent tells the player directly.
-    send_player_msg(FW_UPGRADE_PROGRESS);
-    send_player_msg(STATUS_REQUEST);
-    send_player_msg(FW_UPGRADE_DONE);
-    ASSERT_TRUE(sim.wait_for("recv key=1234", 2));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    auto received = sim.lines("recv key=1234");
-    ASSERT_THAT(received, SizeIs(2));
-    EXPECT_THAT(received[0], ::testing::EndsWith("type=2 len=8 cmmd=12 name=FW_UPGRADE_PROGRESS"));
-    EXPECT_THAT(received[1], ::testing::EndsWith("type=2 len=8 cmmd=13 name=FW_UPGRADE_DONE"));
 }
 
 TEST_F(AgentWithPlayerSim, UsbCopyStopsTheCallHomeCountdownUntilItIsDone)

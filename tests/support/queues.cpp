@@ -5,7 +5,6 @@
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <thread>
-#include <vector>
 
 namespace queues {
 namespace {
@@ -30,10 +29,11 @@ void drain(int key)
 
 bool post(int key, long type, std::string_view text)
 {
-    std::vector<char> buf(sizeof(long) + text.size());
-    std::memcpy(buf.data(), &type, sizeof type);
-    if (!text.empty()) std::memcpy(buf.data() + sizeof type, text.data(), text.size());
-    return msgsnd(open(key), buf.data(), text.size(), IPC_NOWAIT) == 0;
+    if (text.size() > kMaxText) return false;
+    auto raw = std::make_unique<Raw>();
+    raw->type = type;
+    if (!text.empty()) std::memcpy(raw->text, text.data(), text.size());
+    return msgsnd(open(key), raw.get(), text.size(), IPC_NOWAIT) == 0;
 }
 
 bool post_bridge_reply(std::string_view line)

@@ -13,7 +13,6 @@
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 namespace {
@@ -78,6 +77,7 @@ TEST_F(PlayerSimTest, AnswersFromStartValuesGivenOnItsCommandLine)
     // Requests it cannot serve are answered without a value, so the asker gets none.
     EXPECT_EQ(value(set(kOid + "3.5.17.0 i three")), "");
     EXPECT_EQ(value(set(kOid + "3.5.17.0 x 3")), "");
+    EXPECT_EQ(value(set(kOid + "3.5.17.0 s 3")), "");  // the time zone is an INTEGER
     EXPECT_EQ(value(get(kOid + "3.7.7.0")), "");
     EXPECT_EQ(value(get("not an oid")), "");
     EXPECT_EQ(value(set(kOid + "3.1.8.0 s 00 00 00 00 00 00")), "");
@@ -193,15 +193,15 @@ TEST_F(PlayerSimTest, GarbledMessagesAreLoggedAndIgnored)
     ASSERT_TRUE(queues::post(kNotifyQueueKey, kUsbNotifyType, bytes_of(USB_CALL_NOW)));
     ASSERT_TRUE(queues::post(kNotifyQueueKey, kUsbAnswerType, bytes_of(USB_CONF_DONE)));
     ASSERT_TRUE(queues::post(kNotifyQueueKey, 7, std::string(64, '\0')));
-    sandbox::write_file("/tmp/player-sim.ctl", "hello\n");
+    sandbox::write_file("/tmp/player-sim.ctl", "hello\nnotify 99999999999 0\n");
 
-    ASSERT_TRUE(sim.wait_for(" drop ", 9)) << sandbox::read_file(sim.log());
+    ASSERT_TRUE(sim.wait_for(" drop ", 10)) << sandbox::read_file(sim.log());
     EXPECT_THAT(sim.lines("drop key=1235"), SizeIs(4));
     EXPECT_THAT(sim.lines("drop key=1234"), SizeIs(2));
     EXPECT_TRUE(sim.wait_for("recv key=1234 type=2 len=8 cmmd=13 name=FW_UPGRADE_DONE"));
     EXPECT_THAT(sim.lines("drop key=1240 type=30 len=4"), SizeIs(1));
     EXPECT_THAT(sim.lines("drop key=1240 type=7 len=64"), SizeIs(1));
-    EXPECT_THAT(sim.lines("drop key=control"), SizeIs(1));
+    EXPECT_THAT(sim.lines("drop key=control"), SizeIs(2));
     EXPECT_EQ(queues::count(kBridgeReplyKey), 0) << "nothing garbled is answered";
     auto left = queues::take(kNotifyQueueKey);
     ASSERT_TRUE(left);

@@ -18,6 +18,20 @@ constexpr std::string_view kPlaylistAddress = "ram::playlist://r";
 // Objects the agent reads but the player alone changes.
 constexpr std::string_view kReadOnly[] = {"3.1.8.0", "3.3.1.0", "3.4.15.0", "3.5.13.0"};
 
+// The type each object the agent sets must be given with; a set with the other letter
+// is refused, as the bridge refuses it. Objects not listed take either.
+struct Typed {
+    std::string_view oid;
+    char letter;
+};
+constexpr Typed kTyped[] = {
+    {"3.2.9.0", 'i'},  {"3.3.9.0", 'i'},  {"3.3.23.0", 'i'}, {"3.3.24.0", 'i'},
+    {"3.3.25.0", 'i'}, {"3.3.26.0", 'i'}, {"3.3.27.0", 'i'}, {"3.3.30.0", 'i'},
+    {"3.5.7.0", 'i'},  {"3.5.11.0", 'i'}, {"3.5.17.0", 'i'}, {"3.5.35.0", 'i'},
+    {"3.3.5.0", 's'},  {"3.3.32.0", 's'}, {"3.5.8.0", 's'},  {"3.5.15.0", 's'},
+    {"3.5.16.0", 's'}, {"3.5.21.0", 's'}, {"3.5.22.0", 's'}, {"3.5.80.0", 's'},
+};
+
 // Progress values of 3.4.15.0: under way, and the end for success and for failure.
 struct ProgressValues {
     int first, last;  // under way: rising from first to last over the reads
@@ -163,6 +177,10 @@ std::string Bridge::set(std::string_view command)
     if (key.empty()) return bad_request("not an object identifier");
     if (std::find(std::begin(kReadOnly), std::end(kReadOnly), key) != std::end(kReadOnly))
         return "Error in packet: notWritable (that object does not support modification)";
+    for (const Typed& t : kTyped)
+        if (t.oid == key && t.letter != letter)
+            return "Error in packet: wrongType (the object takes the type letter " +
+                   std::string(1, t.letter) + ")";
 
     Value value;
     long number = 0;
@@ -267,8 +285,10 @@ Bridge::Layer Bridge::read_playlist(int number) const
     };
 
     std::string path = playlist_dir_ + "/" + layer.file;
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
     if (!in) return error("cannot open " + path);
+    if (in.tellg() > std::streamoff{1} << 20) return error("file too large");
+    in.seekg(0);
     constexpr std::size_t kMaxLine = 1024;
     constexpr int kMaxLines = 10000;
 

@@ -337,13 +337,22 @@ void send_notification(Sim& s, int id, int media)
     s.log.write("send", fields);
 }
 
+// "notify <id> <media>", as request_notification writes it.
 void control_request(Sim& s, std::string_view line)
 {
-    int id = 0, media = 0;
     std::string text(line);
-    char extra;
-    if (std::sscanf(text.c_str(), "notify %d %d %c", &id, &media, &extra) == 2)
-        return send_notification(s, id, media);
+    std::vector<long> numbers;
+    bool ok = text.rfind("notify ", 0) == 0;
+    for (std::size_t at = 7; ok && at <= text.size();) {
+        std::size_t blank = text.find(' ', at);
+        std::string word = text.substr(at, blank == std::string::npos ? blank : blank - at);
+        long n = 0;
+        ok = parse_int(word.c_str(), n) && n >= INT32_MIN && n <= INT32_MAX;
+        numbers.push_back(n);
+        at = blank == std::string::npos ? text.size() + 1 : blank + 1;
+    }
+    if (ok && numbers.size() == 2)
+        return send_notification(s, static_cast<int>(numbers[0]), static_cast<int>(numbers[1]));
     s.log.write("drop", "key=control why=\"unknown request\" text=" + sim::quoted(line, 200));
 }
 
