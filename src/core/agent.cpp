@@ -253,7 +253,8 @@ void agent_main_loop_pass(void)
     s_MSG_BUF msg{};
     // At most one waiting notification of type 31, never blocking; a longer text is cut
     // to the command id and the first 52 bytes of its buffer.
-    if (msgrcv(notify_queue, &msg, 56, kUsbNotifyType, IPC_NOWAIT | MSG_NOERROR) == -1) {
+    if (msgrcv(notify_queue, &msg, kUsbNotifyReadSize, kUsbNotifyType,
+               IPC_NOWAIT | MSG_NOERROR) == -1) {
         seam::sleep(1);
         return;
     }

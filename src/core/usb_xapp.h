@@ -9,6 +9,11 @@
 //
 // Keys: 1234 agent -> player (type 2); 1235 agent -> bridge (769 set, 770 get);
 // 1236 bridge -> agent (772); 1240 player -> agent (31) and agent -> player (30).
+//
+// Shared with tools/player-sim, which stands in for the player and the bridge.
+#include <cstddef>
+#include <pthread.h>
+#include <string_view>
 
 constexpr int kPlayerQueueKey = 1234;
 constexpr int kBridgeRequestKey = 1235;
@@ -23,6 +28,22 @@ constexpr long kUsbAnswerType = 30;
 constexpr long kUsbNotifyType = 31;
 
 constexpr int kSnmpTextSize = 2048;
+
+// Text lengths on the wire. The player's processes read four bytes more than their
+// records hold (8 for msgq_player, 64 for s_MSG_BUF); those bytes mean nothing and
+// are sent as zeros. The agent reads a notification's command id and 52 bytes more.
+constexpr int kPlayerMsgTextSize = 8;
+constexpr int kUsbMsgTextSize = 64;
+constexpr int kUsbNotifyReadSize = 56;
+
+// A queue message as it travels: the message type, then N bytes of text. Outgoing
+// records are copied into one of these, so the trailing bytes are zeros of our own
+// and nothing is read past the record.
+template <std::size_t N>
+struct queue_wire {
+    long type;
+    char text[N];
+};
 
 // Command ids shared with the player application. Kept whole so the numbering stays
 // the same as the player's; the agent itself uses only a few of them.
@@ -53,7 +74,8 @@ enum eKVR_CMMD_ID {
 };
 static_assert(USB_CONF_UPDATE == 92 && USB_CALL_NOW == 97 && CMMD_NONE == 98);
 
-// Notification record on key 1240: the message type, then 60 bytes of text.
+// Notification record on key 1240: the message type, then 60 bytes of text (sent as
+// kUsbMsgTextSize bytes, see above).
 struct s_MSG_BUF {
     long type;
     int cmmdId;
@@ -102,6 +124,7 @@ struct sCMD_ONLY {
 union uMSG_FORMAT {
     sCMD_ONLY cmd_only;
 };
+// A message to the player on key 1234 (sent as kPlayerMsgTextSize bytes of text).
 struct msgq_player {
     long msg_type;
     uMSG_FORMAT msg_data;
@@ -111,10 +134,24 @@ struct msgq_player {
 extern char macAddress[13];
 extern char call_home_address[513];
 
+// Makes one bridge request and its reply a single exchange. Usable from static
+// initialisation on, since start-up asks for the MAC address before init_snmp runs.
+extern pthread_mutex_t snmpMute;
+
 int init_snmp(void);
+// `reply` must hold kSnmpTextSize bytes; it receives the parsed value, or an empty
+// text when the exchange failed or the reply held no value. Blocks until the bridge
+// answers: there is no time limit.
 char* send_snmp_command(int msg_type, const char* command, char* reply);
 void send_player_msg(eKVR_CMMD_ID cmd_id);
 void send_usbcopy_msg(eKVR_CMMD_ID cmd_id);
+// `mac` must hold 13 bytes (macAddress): the value's non-blank characters, at most 12.
 int get_mac_address(char* mac);
 char* mac_address(void);
 char* dcm_server(void);
+
+// The value part of a bridge reply line "<oid> = <TYPE>: <value>": from two characters
+// after the first ":" (three when a double quote stands there), cut at the first CR or
+// LF, then one trailing blank and one trailing double quote dropped, in that order.
+// Empty when the line holds no "=" or no ":". A view into `line`.
+std::string_view snmp_reply_value(std::string_view line);

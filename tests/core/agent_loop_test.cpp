@@ -17,6 +17,7 @@
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "support/fake_platform.h"
+#include "support/queues.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -33,17 +34,6 @@ std::atomic<int>* const kCountdowns[] = {&call_home_timer,     &auto_on_off_time
                                          &send_log_timer,      &post_status_timer,
                                          &reboot_time};
 
-void drain(int key)
-{
-    int q = msgget(key, IPC_CREAT | 0666);
-    struct {
-        long type;
-        char text[4096];
-    } m;
-    while (msgrcv(q, &m, sizeof m.text, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) {
-    }
-}
-
 // A notification as the player sends it: type 31 (or another), command id, media flag.
 void notify(int cmmd, int usb_media_status = 0, long type = kUsbNotifyType)
 {
@@ -56,16 +46,15 @@ void notify(int cmmd, int usb_media_status = 0, long type = kUsbNotifyType)
 }
 
 // Leaves a reply on the bridge's answer queue, so that a real bridge exchange finds one.
-void bridge_reply(const char* text)
+void bridge_reply(const char* text) { ASSERT_TRUE(queues::post_bridge_reply(text)); }
+
+// The texts of the requests that reached the bridge, oldest first, each with its type.
+std::vector<std::string> bridge_requests()
 {
-    struct {
-        long type;
-        char text[kSnmpTextSize];
-    } m{};
-    m.type = kSnmpReplyType;
-    std::strncpy(m.text, text, sizeof m.text - 1);
-    int q = msgget(kBridgeReplyKey, IPC_CREAT | 0666);
-    ASSERT_EQ(msgsnd(q, &m, std::strlen(m.text) + 1, IPC_NOWAIT), 0);
+    std::vector<std::string> texts;
+    while (auto m = queues::take(kBridgeRequestKey))
+        texts.push_back(std::to_string(m->type) + " " + queues::c_text(m->text));
+    return texts;
 }
 
 class AgentLoop : public ::testing::Test {
@@ -83,7 +72,7 @@ protected:
         check_version_line[0] = '\0';
         std::strcpy(call_home_address, "http://cms.example");
         for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
-            drain(key);
+            queues::drain(key);
     }
 
     // Start-up, as far as the loop needs it: the notification queue is then open. The
@@ -92,6 +81,8 @@ protected:
     {
         bridge_reply(".1.3.6.1.4.1.58321.3.1.8.0 = Hex-STRING: 00 1A 2B 3C 4D 5E ");
         agent_start_up();
+        ASSERT_THAT(bridge_requests(), ElementsAre("770 1.3.6.1.4.1.58321.3.1.8.0"));
+        ASSERT_STREQ(macAddress, "001A2B3C4D5E");
         platform.clear();
         fakes::trace.clear();
     }
@@ -137,6 +128,7 @@ TEST_F(AgentLoop, ServesEveryRaisedFlagInTheFixedOrder)
     // The reboot step leaves its flag and arms a countdown from the last tick.
     EXPECT_EQ(initiate_reboot, 1);
     EXPECT_EQ(reboot_time, 5120);
+    EXPECT_THAT(bridge_requests(), ElementsAre("769 .1.3.6.1.4.1.58321.3.5.7.0 i 0"));
     // Turning the display off asks for no content check.
     EXPECT_EQ(initiate_content_check, 1);  // still the one raised by the test
 }
@@ -327,6 +319,12 @@ TEST_F(AgentLoop, UsbConfigurationUpdateAdoptsTheSticksFile)
                 ElementsAre("check_inf_file", "load_call_home_config /tmp/temp_USB.CONF 1 0"));
     EXPECT_EQ(playlist_started, 1);
     EXPECT_THAT(platform.commands(), IsEmpty());
+    // The player hears that the update is processed.
+    auto answer = queues::take(kNotifyQueueKey, kUsbAnswerType);
+    ASSERT_TRUE(answer);
+    int answered;
+    std::memcpy(&answered, answer->text.data(), sizeof answered);
+    EXPECT_EQ(answered, USB_CONF_DONE);
 
     fakes::trace.clear();
     notify(USB_CONF_UPDATE, 1);  // with media: the interval is not overridden
@@ -354,6 +352,7 @@ TEST_F(AgentLoop, UpgradeAskingForARebootRebootsThenCarriesOn)
     notify(USB_CONF_UPDATE, 0);
     agent_main_loop_pass();
     EXPECT_THAT(platform.commands(), ElementsAre("reboot"));
+    EXPECT_THAT(bridge_requests(), ElementsAre("769 .1.3.6.1.4.1.58321.3.5.7.0 i 0"));
     // 5 s after the player's pre-reboot command, an hour for the reboot, then a second.
     EXPECT_THAT(platform.sleeps(), ElementsAre(5u, 3600u, 1u));
     EXPECT_THAT(fakes::trace,
@@ -369,6 +368,7 @@ TEST_F(AgentLoop, UpgradeAskingForARebootRebootsThenCarriesOn)
     EXPECT_THAT(fakes::trace,
                 ElementsAre("process_check_version CheckVersion,http://updates.example/"));
     EXPECT_THAT(platform.commands(), ElementsAre("reboot"));
+    EXPECT_THAT(bridge_requests(), ElementsAre("769 .1.3.6.1.4.1.58321.3.5.7.0 i 0"));
     EXPECT_THAT(platform.sleeps(), ElementsAre(5u, 3600u, 1u));
 }
 

@@ -1,0 +1,73 @@
+#include "support/queues.h"
+
+#include <cstring>
+#include <memory>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <thread>
+
+namespace queues {
+namespace {
+
+// Larger than any message the kernel lets through, so nothing is ever cut.
+constexpr std::size_t kMaxText = 65536;
+
+struct Raw {
+    long type;
+    char text[kMaxText];
+};
+
+int open(int key) { return msgget(key, IPC_CREAT | 0666); }
+
+}  // namespace
+
+void drain(int key)
+{
+    while (take(key)) {
+    }
+}
+
+bool post(int key, long type, std::string_view text)
+{
+    if (text.size() > kMaxText) return false;
+    auto raw = std::make_unique<Raw>();
+    raw->type = type;
+    if (!text.empty()) std::memcpy(raw->text, text.data(), text.size());
+    return msgsnd(open(key), raw.get(), text.size(), IPC_NOWAIT) == 0;
+}
+
+bool post_bridge_reply(std::string_view line)
+{
+    std::string text(line);
+    text.push_back('\0');
+    return post(1236, 772, text);
+}
+
+std::optional<Message> take(int key, long type)
+{
+    auto raw = std::make_unique<Raw>();
+    ssize_t n = msgrcv(open(key), raw.get(), kMaxText, type, IPC_NOWAIT | MSG_NOERROR);
+    if (n < 0) return std::nullopt;
+    return Message{raw->type, std::string(raw->text, static_cast<std::size_t>(n))};
+}
+
+std::optional<Message> wait_take(int key, long type, std::chrono::milliseconds timeout)
+{
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        if (auto m = take(key, type)) return m;
+        if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+int count(int key)
+{
+    msqid_ds ds{};
+    if (msgctl(open(key), IPC_STAT, &ds) != 0) return -1;
+    return static_cast<int>(ds.msg_qnum);
+}
+
+std::string c_text(const std::string& text) { return std::string(text.c_str()); }
+
+}  // namespace queues
