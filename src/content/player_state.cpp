@@ -2,5 +2,8 @@
 
 PLAYER_STATE gPlayerState;
 
-// Not written yet.
-void player_state_clear(PLAYER_STATE*) {}
+void player_state_clear(PLAYER_STATE* s)
+{
+    // Every number 0 (dl_state DL_STATE_IDLE), every text empty.
+    *s = PLAYER_STATE{};
+}

@@ -1,0 +1,6 @@
+// schedule-inspect CONTENT_XML [--at YYYY-MM-DDTHH:MM:SS] [--dump]
+#include <cstdio>
+
+#include "schedule-inspect/inspect.h"
+
+int main(int argc, char** argv) { return inspect::run(argc, argv, stdout, stderr); }
