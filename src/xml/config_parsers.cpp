@@ -189,6 +189,7 @@ int parse_command(dA_ItemCallback callback)
 
 int getTSAttributes(char* buf, int size)
 {
+    if (size <= 0) return -1;
     buf[0] = '\0';
     for (;;) {
         switch (xt_get_token()) {
