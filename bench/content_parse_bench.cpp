@@ -3,6 +3,7 @@
 // sandbox (tools/bench): the document is written to its /tmp.
 #include <benchmark/benchmark.h>
 #include <cstdio>
+#include <cstdlib>
 #include <expat.h>
 #include <string>
 
@@ -62,7 +63,20 @@ std::string maximal_document()
     return d;
 }
 
-std::string document;
+// The document, written to kPath the first time it is asked for.
+const std::string& document()
+{
+    static const std::string text = [] {
+        std::string d = maximal_document();
+        FILE* f = std::fopen(kPath, "w");
+        if (f == nullptr || std::fwrite(d.data(), 1, d.size(), f) != d.size() || std::fclose(f) != 0) {
+            std::perror(kPath);
+            std::exit(1);
+        }
+        return d;
+    }();
+    return text;
+}
 
 bool full(const DRAVIK_CONTENT& c)
 {
@@ -80,24 +94,26 @@ bool full(const DRAVIK_CONTENT& c)
 
 void BM_ParseContent(benchmark::State& state)
 {
+    state.counters["document_bytes"] = static_cast<double>(document().size());
     if (dA_ParseContent(kPath) != 0 || !full(*dA_Content())) {
         state.SkipWithError("the maximal document does not parse to full arrays");
         return;
     }
     for (auto _ : state) benchmark::DoNotOptimize(dA_ParseContent(kPath));
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document.size()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document().size()));
 }
 
 // The tokenizer alone over the same file: what the parser's own work adds.
 void BM_TokenizeContent(benchmark::State& state)
 {
+    document();
     for (auto _ : state) {
         XmlDocument doc(kPath);
         int tokens = 0;
         while (xt_get_token() > 0) ++tokens;
         benchmark::DoNotOptimize(tokens);
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document.size()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document().size()));
 }
 
 struct ExpatCounts {
@@ -118,6 +134,7 @@ void XMLCALL on_text(void* data, const XML_Char*, int) { ++static_cast<ExpatCoun
 // Expat reading the same file through the same 1,024-byte blocks.
 void BM_ExpatFromFile(benchmark::State& state)
 {
+    document();
     for (auto _ : state) {
         ExpatCounts counts;
         XML_Parser p = XML_ParserCreate(nullptr);
@@ -138,7 +155,7 @@ void BM_ExpatFromFile(benchmark::State& state)
         }
         benchmark::DoNotOptimize(counts);
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document.size()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document().size()));
 }
 
 // Expat over the bytes already in memory, for reference.
@@ -150,7 +167,7 @@ void BM_ExpatInMemory(benchmark::State& state)
         XML_SetUserData(p, &counts);
         XML_SetElementHandler(p, on_start, on_end);
         XML_SetCharacterDataHandler(p, on_text);
-        bool ok = XML_Parse(p, document.data(), static_cast<int>(document.size()), 1) == XML_STATUS_OK;
+        bool ok = XML_Parse(p, document().data(), static_cast<int>(document().size()), 1) == XML_STATUS_OK;
         XML_ParserFree(p);
         if (!ok) {
             state.SkipWithError("expat rejected the document");
@@ -158,7 +175,7 @@ void BM_ExpatInMemory(benchmark::State& state)
         }
         benchmark::DoNotOptimize(counts);
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document.size()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document().size()));
 }
 
 BENCHMARK(BM_ParseContent)->Unit(benchmark::kMicrosecond);
@@ -168,18 +185,4 @@ BENCHMARK(BM_ExpatInMemory)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
-int main(int argc, char** argv)
-{
-    document = maximal_document();
-    FILE* f = std::fopen(kPath, "w");
-    if (f == nullptr || std::fwrite(document.data(), 1, document.size(), f) != document.size() || std::fclose(f) != 0) {
-        std::perror(kPath);
-        return 1;
-    }
-    std::printf("maximal content document: %zu bytes\n", document.size());
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+BENCHMARK_MAIN();
