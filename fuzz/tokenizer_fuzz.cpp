@@ -1,7 +1,5 @@
 // The tokenizer and its accessors over arbitrary bytes. The first byte chooses which
 // accessors are tried where; the rest is the document.
-#include <cstring>
-
 #include "fuzz/fuzz_support.h"
 #include "xml/tokenizer.h"
 
@@ -29,12 +27,6 @@ void check_buffers()
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char*** argv)
-{
-    fuzz::require_sandbox((*argv)[0]);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
