@@ -2,11 +2,11 @@
 // on the sandbox's tmpfs.
 #include "xml/tokenizer.h"
 
-#include <climits>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
+#include "support/record_text.h"
 #include "support/sandbox.h"
 
 namespace {
@@ -28,25 +28,13 @@ void start(std::string text)
 // around an entity declaration), END and ERROR.
 std::string spell(int kind)
 {
-    switch (kind) {
-    case XT_ERROR: return "ERROR";
-    case XT_END: return "END";
-    case XT_START_TAG: return std::string("<") + xt_get_tag_name();
-    case XT_END_TAG: return std::string("</") + xt_get_tag_name();
-    case XT_ATTRIBUTE: return std::string("@") + xt_get_attr_name() + "=" + xt_get_value();
-    case XT_TEXT: return std::string("t:") + xt_get_value();
-    case XT_WHITESPACE: return std::string("w:") + xt_get_value();
-    case XT_SECTION_TEXT: return std::string("s:") + xt_get_value();
-    case XT_COMMENT_START: return "<!--";
-    case XT_COMMENT_END: return "-->";
-    case XT_CDATA_START: return "<![CDATA[";
-    case XT_CDATA_END: return "]]>";
-    case XT_PI_START: return "<?";
-    case XT_PI_END: return "?>";
-    case XT_ENTITY_DECL_START: return "entity{";
-    case XT_ENTITY_DECL_END: return "}entity";
-    default: return "?" + std::to_string(kind);
-    }
+    static const char* const marks[] = {"ERROR", "END", "<", "</", "@", "t:", "w:", "s:", "<!--", "-->",
+                                        "<![CDATA[", "]]>", "<?", "?>", "entity{", "}entity"};
+    if (kind < XT_ERROR || kind > XT_ENTITY_DECL_END) return "?" + std::to_string(kind);
+    std::string mark = marks[kind + 1];
+    if (kind == XT_START_TAG || kind == XT_END_TAG) return mark + xt_get_tag_name();
+    if (kind == XT_ATTRIBUTE) return mark + xt_get_attr_name() + "=" + xt_get_value();
+    return kind >= XT_TEXT && kind <= XT_SECTION_TEXT ? mark + xt_get_value() : mark;
 }
 
 // Every token up to and including the first end of input or error.
@@ -145,7 +133,7 @@ TEST(Tokenizer, InitialiseStartsANewDocumentClean)
     EXPECT_EQ(tokens("<!--y-->"), (std::vector<std::string>{"<!--", "s:y", "-->", "END"}));
 }
 
-TEST(Accessors, StringValueReadsTheElementContent)
+TEST(Accessors, StringValues)
 {
     char buf[16];
     start("<a> a &amp; b </a><b/>");
@@ -168,72 +156,53 @@ TEST(Accessors, StringValueReadsTheElementContent)
         EXPECT_EQ(getStringVal(buf, sizeof buf), -1) << doc;
         EXPECT_STREQ(buf, "x") << doc;
     }
+
+    start("<a s='hello world'>");
+    xt_get_token();
+    xt_get_token();
+    EXPECT_EQ(getAttributeStringVal(buf, 6), 0);
+    EXPECT_STREQ(buf, "hello");
 }
 
-// Numbers as atoi/atol read them, held at the type's limits; a boolean is true only for
-// a "True", "true" or "TRUE" prefix.
-TEST(Accessors, NumbersAndBooleansFromContent)
+// A value read as element content by getIntVal, getLongVal and getBoolVal, then as an
+// attribute by their getAttribute... twins: "sum of the three results,int,long,bool
+// attribute int,long,bool".
+std::string typed(const std::string& text)
 {
-    struct {
-        const char* doc;
-        int ret, i, b;
-        long l;
-    } cases[] = {
-        {"<v>42</v>", 0, 42, 0, 42},
-        {"<v> -7abc</v>", 0, -7, 0, -7},
-        {"<v>abc</v>", 0, 0, 0, 0},
-        {"<v>99999999999</v>", 0, INT_MAX, 0, 99999999999L},
-        {"<v>-99999999999</v>", 0, INT_MIN, 0, -99999999999L},
-        {"<v>TRUE</v>", 0, 0, 1, 0},
-        {"<v>True </v>", 0, 0, 1, 0},
-        {"<v>trueish</v>", 0, 0, 1, 0},
-        {"<v>tRue</v>", 0, 0, 0, 0},
-        {"<v>1</v>", 0, 1, 0, 1},
-        {"<v><w/>5</v>", -1, 0, 0, 0},
+    int i = 99, b = 99, ai = 99, ab = 99;
+    long l = 99, al = 99;
+    auto content = [&text](auto get, auto* out) {
+        start("<v>" + text + "</v>");
+        xt_get_token();
+        return get(out);
     };
-    for (const auto& c : cases) {
-        int i = 99, b = 99;
-        long l = 99;
-        start(c.doc);
-        xt_get_token();
-        EXPECT_EQ(getIntVal(&i), c.ret) << c.doc;
-        start(c.doc);
-        xt_get_token();
-        EXPECT_EQ(getLongVal(&l), c.ret) << c.doc;
-        start(c.doc);
-        xt_get_token();
-        EXPECT_EQ(getBoolVal(&b), c.ret) << c.doc;
-        EXPECT_EQ(i, c.i) << c.doc;
-        EXPECT_EQ(l, c.l) << c.doc;
-        EXPECT_EQ(b, c.b) << c.doc;
-    }
+    int r = content(getIntVal, &i) + content(getLongVal, &l) + content(getBoolVal, &b);
+    start("<v a='" + text + "'>");
+    xt_get_token();
+    xt_get_token();
+    r += getAttributeIntegerVal(&ai) + getAttributeLongVal(&al) + getAttributeBoolVal(&ab);
+    return fields(r, i, l, b) + " " + fields(ai, al, ab);
 }
 
-TEST(Accessors, AttributeValues)
+// Numbers as atoi/atol read them, held at the type's limits, from the first 31
+// characters; a boolean is true only for a "True", "true" or "TRUE" prefix.
+TEST(Accessors, NumbersAndBooleans)
 {
-    // 31 characters are looked at: "1" followed by 40 zeros is too big either way.
-    start("<a s='hello world' n=' 12x' t=true f=Yes big='1" + std::string(40, '0') + "'>");
-    xt_get_token();
-    char s[6];
-    int n = 99, t = 99, f = 99, big = 99;
-    long l = 99, bigl = 99;
-    xt_get_token();
-    EXPECT_EQ(getAttributeStringVal(s, sizeof s), 0);
-    xt_get_token();
-    EXPECT_EQ(getAttributeIntegerVal(&n) + getAttributeLongVal(&l), 0);
-    xt_get_token();
-    EXPECT_EQ(getAttributeBoolVal(&t), 0);
-    xt_get_token();
-    EXPECT_EQ(getAttributeBoolVal(&f), 0);
-    xt_get_token();
-    EXPECT_EQ(getAttributeIntegerVal(&big) + getAttributeLongVal(&bigl), 0);
-    EXPECT_STREQ(s, "hello");
-    EXPECT_EQ(n, 12);
-    EXPECT_EQ(l, 12);
-    EXPECT_EQ(t, 1);
-    EXPECT_EQ(f, 0);
-    EXPECT_EQ(big, INT_MAX);
-    EXPECT_EQ(bigl, LONG_MAX);
+    const std::pair<std::string, const char*> cases[] = {
+        {"42", "0,42,42,0 42,42,0"},
+        {" -7abc", "0,-7,-7,0 -7,-7,0"},
+        {"abc", "0,0,0,0 0,0,0"},
+        {"99999999999", "0,2147483647,99999999999,0 2147483647,99999999999,0"},
+        {"-99999999999", "0,-2147483648,-99999999999,0 -2147483648,-99999999999,0"},
+        {"1" + std::string(40, '0'), "0,2147483647,9223372036854775807,0 2147483647,9223372036854775807,0"},
+        {"TRUE", "0,0,0,1 0,0,1"},
+        {"True ", "0,0,0,1 0,0,1"},
+        {"trueish", "0,0,0,1 0,0,1"},
+        {"tRue", "0,0,0,0 0,0,0"},
+        {"Yes", "0,0,0,0 0,0,0"},
+        {"<w/>5", "-3,0,0,0 0,0,0"},  // content holding an element fails
+    };
+    for (const auto& [text, want] : cases) EXPECT_EQ(typed(text), want) << text;
 }
 
 // The file reader across its 1,024-byte blocks, a NUL byte in a file, a reader that
