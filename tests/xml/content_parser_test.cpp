@@ -53,6 +53,7 @@ TEST_F(ContentParser, ReadsEverySectionWithItsDefaults)
     <f_item findex="0" type="video" server_id="1" file="intro.mp4" size="1048576" path="/v" md5="0123456789abcdef"/>
     <f_item findex="1" type="img" file="logo.png" size="4096"/>
     <f_item findex="2" type="html" file="menu.html" server_id="2" colour="red"/>
+    <f_item findex="3" type="VIDEO"/><f_item findex="4" type="htm"/><f_item findex="5" type=""/>
   </files>
   <playlist pindex="0" name="Morning" shuffle="no">
     <pl_item type="vid" findex="0" dur="30"/>
@@ -73,6 +74,7 @@ TEST_F(ContentParser, ReadsEverySectionWithItsDefaults)
     <layout_files><lo_file findex="1" type="img"/><lo_file findex="2" type="html"/></layout_files>
     <layout_playlist><lo_pl_item url="http://ticker.example" dur="60"/></layout_playlist>
   </layout>
+  <layout/>
 </content>
 )"),
               0);
@@ -81,9 +83,10 @@ TEST_F(ContentParser, ReadsEverySectionWithItsDefaults)
     EXPECT_EQ(fields(c.servers[0].id, c.servers[0].address, c.servers[1].id, c.servers[1].address),
               "1,http://media.example/files,2,ftp://backup.example");
     // Four characters of the digest, on purpose; no server_id is -1; an unknown
-    // attribute on an f_item is ignored.
+    // attribute on an f_item is ignored; type words are exact and lower case.
     EXPECT_EQ(rows(c.files, c.filecount),
-              (Rows{"0,0,1,intro.mp4,1048576,/v,0123", "1,1,-1,logo.png,4096,,", "2,2,2,menu.html,0,,"}));
+              (Rows{"0,0,1,intro.mp4,1048576,/v,0123", "1,1,-1,logo.png,4096,,", "2,2,2,menu.html,0,,",
+                    "3,-1,-1,,0,,", "4,-1,-1,,0,,", "5,-1,-1,,0,,"}));
 
     ASSERT_EQ(c.plcount, 2);
     EXPECT_EQ(fields(c.playlists[0].pindex, c.playlists[0].name, c.playlists[1].pindex, c.playlists[1].name),
@@ -97,36 +100,15 @@ TEST_F(ContentParser, ReadsEverySectionWithItsDefaults)
     EXPECT_EQ(fields(item.pindex, item.lindex, item.stime, item.etime), "0,2,2026-01-01T00:00:00,2026-12-31T23:59:59");
     EXPECT_EQ(rows(item.dayItems, item.dayItemCount), (Rows{"1,1,27000", "1,0,68700", "0,1,0"}));
 
-    ASSERT_EQ(c.layoutcount, 1);
+    ASSERT_EQ(c.layoutcount, 2);
     const DRAVIK_LAYOUT& lo = c.layouts[0];
     EXPECT_EQ(fields(lo.lindex, lo.name), "3,Split");
     // An area left out, and the fields an area leaves out, keep their defaults.
     EXPECT_EQ(fields(row(lo.va1080p), row(lo.va720p), row(lo.vaPct)), "10,20,1280,720,0,0,1280,720,5,0,50,100");
+    const DRAVIK_LAYOUT& bare = c.layouts[1];
+    EXPECT_EQ(fields(row(bare.va1080p), row(bare.va720p), row(bare.vaPct)), "0,0,1920,1080,0,0,1280,720,0,0,100,100");
     EXPECT_EQ(rows(lo.layoutFiles, lo.fileCount), (Rows{"1,1", "2,2"}));
     EXPECT_EQ(rows(lo.layoutPLItems, lo.plItemCount), (Rows{"http://ticker.example,60"}));
-}
-
-TEST_F(ContentParser, DefaultsOfAMinimalDocumentAndMediaTypeWords)
-{
-    ASSERT_EQ(parse("<content id='x'><layout/></content>"), 0);
-    EXPECT_EQ(fields(c.schedule.defaultpl_index, c.schedule.defaultlo_index, c.schedule.itemCount), "-1,-1,0");
-    ASSERT_EQ(c.layoutcount, 1);
-    EXPECT_EQ(fields(row(c.layouts[0].va1080p), row(c.layouts[0].va720p), row(c.layouts[0].vaPct)),
-              "0,0,1920,1080,0,0,1280,720,0,0,100,100");
-
-    // An empty file is an empty document.
-    ASSERT_EQ(parse(""), 0);
-    EXPECT_EQ(dA_IsContentValid(), 1);
-    EXPECT_EQ(fields(c.id, c.plcount, c.filecount, c.servercount, c.layoutcount), ",0,0,0,0");
-
-    // Type words are exact and lower case.
-    ASSERT_EQ(parse("<content><files><f_item type='video'/><f_item type='vid'/><f_item type='image'/>"
-                    "<f_item type='img'/><f_item type='html'/><f_item type='VIDEO'/>"
-                    "<f_item type='htm'/><f_item type=''/></files></content>"),
-              0);
-    Rows types;
-    for (int i = 0; i < c.filecount; ++i) types.push_back(std::to_string(c.files[i].type));
-    EXPECT_EQ(types, (Rows{"0", "0", "1", "1", "2", "-1", "-1", "-1"}));
 }
 
 // Strict where it matters to the server's documents, lenient elsewhere.
@@ -159,7 +141,8 @@ TEST_F(ContentParser, StrictnessOfEachSection)
 
 // An unknown element is skipped up to the first end tag of its name, so one nested in
 // a namesake ends the skip early and the rest is read at the top level. Only a root
-// named `content` is read into: any other is skipped like the rest.
+// named `content` is read into: any other is skipped like the rest, leaving a valid,
+// empty content with the schedule's defaults, as an empty file does.
 TEST_F(ContentParser, UnknownElementsAreSkippedToTheFirstEndTagOfTheirName)
 {
     ASSERT_EQ(parse("<content><extra><b/><playlist pindex='8'/></extra>"
@@ -167,8 +150,14 @@ TEST_F(ContentParser, UnknownElementsAreSkippedToTheFirstEndTagOfTheirName)
                     "<empty/><servers><server_item id='3'/></servers></content>"),
               0);
     EXPECT_EQ(fields(c.plcount, c.playlists[0].pindex, c.servercount), "1,7,1");
-    ASSERT_EQ(parse("<document id='d'><playlist/></document>"), 0);
-    EXPECT_EQ(fields(c.id, c.plcount), ",0");
+    for (const char* doc : {"<document id='d'><playlist/><schedule default_pindex='1'/></document>", ""}) {
+        ASSERT_EQ(parse(doc), 0) << doc;
+        EXPECT_EQ(dA_IsContentValid(), 1);
+        const DRAVIK_SCHEDULE& s = c.schedule;
+        EXPECT_EQ(fields(c.id, c.plcount, c.filecount, c.servercount, c.layoutcount, s.defaultpl_index,
+                         s.defaultlo_index, s.itemCount),
+                  ",0,0,0,0,-1,-1,0") << doc;
+    }
 }
 
 // Fields the document leaves out keep what was there before: the slot's old value for
