@@ -57,6 +57,7 @@ TEST_F(ConfigParsers, ChannelConfigurationFillsEveryField)
     <aoo_item/>
     <aoo_item mode="OFF" time="0730" day="sa"/>
     <aoo_item mode="offline" time="1:2:3" time="x" day="Mo"/>
+    <aoo_item day="tu" time="12:3"/><aoo_item day="th" time="1:00" time="123456:00"/>
     <other/>
   </auto_on_off>
   <pri_ts server="ntp1.example" port="123"/>
@@ -69,9 +70,10 @@ TEST_F(ConfigParsers, ChannelConfigurationFillsEveryField)
               0);
     EXPECT_EQ(dA_IsConfigurationCHValid(), 1);
     EXPECT_EQ(fields(ch.id, ch.autoOnOffEnable, ch.primaryTS, ch.secondaryTS), "cfg-42,1,ntp1.example,ntp2.example");
-    // Times are not range-checked and keep their value without a colon; only the exact
-    // lower-case "off" switches off; a fresh item is Sunday, on, midnight.
-    EXPECT_EQ(aoo_rows(ch), (Rows{"1,1,27000", "5,0,95940", "0,1,0", "6,1,0", "-1,1,3720"}));
+    // Times are not range-checked, and keep their value when their first five
+    // characters hold no colon; only the exact lower-case "off" switches off; a fresh
+    // item is Sunday, on, midnight.
+    EXPECT_EQ(aoo_rows(ch), (Rows{"1,1,27000", "5,0,95940", "0,1,0", "6,1,0", "-1,1,3720", "2,1,43380", "4,1,3600"}));
     EXPECT_EQ(fields(ch.loggingEnable, ch.loggingServer, ch.logInterval, ch.logAutoOffset, ch.logOffset),
               "1,ftp://logs.example,6,1,900");
     EXPECT_EQ(fields(ch.timezone, ch.rebootEnable, ch.rebootTime), "-5,1,11700");
@@ -81,20 +83,13 @@ TEST_F(ConfigParsers, ChannelConfigurationFillsEveryField)
     EXPECT_EQ(fields(ch.id, ch.autoOnOffEnable, ch.aooItemCount, ch.loggingEnable, ch.rebootTime), ",0,0,0,0");
 }
 
-TEST_F(ConfigParsers, DayAndTimeWords)
+// Only the first two characters count, lower case only.
+TEST_F(ConfigParsers, DayWords)
 {
     std::string days;
     for (const char* d : {"su", "mo", "tu", "we", "th", "fr", "sa", "monday", "Mo", "", "t", "s", "x"})
         days += std::to_string(ConvertDay(d)) + " ";
     EXPECT_EQ(days, "0 1 2 3 4 5 6 1 -1 -1 4 0 -1 ");
-
-    int t = 11;
-    ConvertTime("123456:00", &t);  // five characters only: no colon among them
-    EXPECT_EQ(t, 11);
-    ConvertTime("12:3", &t);
-    EXPECT_EQ(t, 12 * 3600 + 3 * 60);
-    ConvertTime(":", &t);
-    EXPECT_EQ(t, 0);
 }
 
 // Every attribute that reaches the top level must be `id`: on the root, on an unknown
