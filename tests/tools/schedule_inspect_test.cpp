@@ -25,24 +25,15 @@ void set_central_europe()
     tzset();
 }
 
-TEST(ScheduleInspect, LocalTimesAcrossClockChanges)
+// 02:30 on 25 October happens twice: the first, in summer time, counts. (Both show the
+// same clock time, so the program's output on the examples cannot tell them apart.)
+TEST(ScheduleInspect, ARepeatedClockTimeIsTheFirstOfTheTwo)
 {
     set_central_europe();
-    // A blank may stand for the T. 02:30 on 29 March does not exist: read with winter
-    // time it is 03:30 summer time. 02:30 on 25 October happens twice: the first counts.
-    const std::pair<const char*, std::time_t> good[] = {{"2026-07-01T12:00:00", 1782900000},
-                                                        {"2026-07-01 12:00:00", 1782900000},
-                                                        {"2026-03-29T02:30:00", 1774747800},
-                                                        {"2026-10-25T02:30:00", 1792888200}};
     std::time_t t = 0;
     std::string why;
-    for (const auto& [text, want] : good) {
-        EXPECT_TRUE(inspect::parse_local_time(text, &t, &why)) << text;
-        EXPECT_EQ(t, want) << text;
-    }
-    for (const char* bad : {"2026-02-30T12:00:00", "2026-13-01T00:00:00", "2026-07-01T24:00:00", "2026-07-01",
-                            "2026-7-1T12:00:00", "2026-07-01T12:00:00Z", "2038-01-19T05:00:00", "tomorrow"})
-        EXPECT_FALSE(inspect::parse_local_time(bad, &t, &why)) << bad;
+    ASSERT_TRUE(inspect::parse_local_time("2026-10-25T02:30:00", &t, &why)) << why;
+    EXPECT_EQ(t, 1792888200);
 }
 
 TEST(ScheduleInspect, JsonOfARecordOutOfBounds)
@@ -91,6 +82,10 @@ TEST(ScheduleInspectProgram, RefusesWhatItCannotRead)
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("no such date"), std::string::npos) << r.err;
     EXPECT_EQ(run_tool(kLobby + " --when now").status, 2);
+    // Not a date and time of the form, or beyond the agent's 32-bit clock.
+    for (const char* at : {"2026-13-01T00:00:00", "2026-07-01T24:00:00", "2026-07-01", "2026-7-1T12:00:00",
+                           "2026-07-01T12:00:00Z", "2038-01-19T05:00:00", "tomorrow"})
+        EXPECT_EQ(run_tool(kLobby + " --at " + at).status, 2) << at;
 
     r = run_tool("/tmp/no-such-content.xml");
     EXPECT_EQ(r.status, 1);
@@ -129,16 +124,19 @@ TEST(ScheduleInspectProgram, ExamplesAtChosenMoments)
         {kStore, "2026-03-28T12:00:00", "now=43200 playlist=1 layout=-1 next=74700"},
         {kStore, "2026-03-28T20:50:00", "now=75000 playlist=2 layout=-1 next=75600"},
         {kStore, "2026-03-28T22:30:00", "now=81000 playlist=0 layout=-1 next=86400"},
-        // Sunday, the day the clock goes forward.
+        // Sunday, the day the clock goes forward: 02:30 does not exist, and counts as
+        // 03:30 summer time.
+        {kStore, "2026-03-29T02:30:00", "now=12600 playlist=1 layout=-1 next=28800"},
         {kStore, "2026-03-29T12:00:00", "now=43200 playlist=1 layout=-1 next=64800"},
         {kStore, "2026-03-29T19:00:00", "now=68400 playlist=0 layout=-1 next=74700"},
         {kStore, "2026-03-30T10:00:00", "now=36000 playlist=1 layout=-1 next=74700"},
         // The sale's last evening: both stops at 21:00, the sale's item listed first.
         {kStore, "2026-04-05T20:50:00", "now=75000 playlist=2 layout=-1 next=75600"},
         {kStore, "2026-04-05T21:30:00", "now=77400 playlist=0 layout=-1 next=86400"},
+        {kStore, "2026-07-01 12:00:00", "now=43200 playlist=0 layout=-1 next=74700"},  // a blank for the T
     };
     for (const auto& c : cases) {
-        ToolRun r = run_tool(c.file + " --at " + c.at);
+        ToolRun r = run_tool(c.file + " --at '" + c.at + "'");
         EXPECT_EQ(r.status, 0) << c.file << " " << c.at << ": " << r.err;
         EXPECT_EQ(r.out.substr(0, r.out.find('\n')), c.line) << c.file << " " << c.at;
     }
