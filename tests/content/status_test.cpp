@@ -162,7 +162,8 @@ public:
     {
         server_.set_keep_alive_max_count(1);
         server_.Post(".*", [this](const httplib::Request& req, httplib::Response& res) {
-            std::string seen = req.method + " " + req.path + " " + req.version + " port " + std::to_string(req.local_port);
+            std::string seen =
+                req.method + " " + req.path + " " + req.version + " port " + std::to_string(req.local_port);
             for (const auto& [name, value] : req.headers)
                 if (name.find("_ADDR") == std::string::npos && name.find("_PORT") == std::string::npos)
                     seen += "\n" + name + ": " + value;  // not the server's own REMOTE_ADDR ... notes
@@ -173,7 +174,8 @@ public:
         EXPECT_TRUE(server_.bind_to_port("127.0.0.1", port)) << port;
         thread_ = std::thread([this] { server_.listen_after_bind(); });
         // stop() before the loop runs would be lost and leave it listening for ever.
-        for (int i = 0; i < 5000 && !server_.is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (int i = 0; i < 5000 && !server_.is_running(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         EXPECT_TRUE(server_.is_running());
     }
     ~StatusServer()

@@ -94,8 +94,9 @@ TEST(ScheduleInspectProgram, RefusesWhatItCannotRead)
 
     // A pl_item with an attribute the player does not know, and a document cut short,
     // are documents the agent rejects.
-    sandbox::write_file("/tmp/unknown-attribute.xml", "<content id=\"x\"><playlist pindex=\"0\" name=\"p\">"
-                                                      "<pl_item type=\"video\" findex=\"0\" loop=\"yes\"/></playlist></content>");
+    sandbox::write_file("/tmp/unknown-attribute.xml",
+                        "<content id=\"x\"><playlist pindex=\"0\" name=\"p\">"
+                        "<pl_item type=\"video\" findex=\"0\" loop=\"yes\"/></playlist></content>");
     sandbox::write_file("/tmp/cut-short.xml", "<content id=\"x\"><playlist pindex=\"0\" name=\"p\">");
     for (const char* args : {"/tmp/unknown-attribute.xml --dump", "/tmp/cut-short.xml --at 2026-03-04T12:00:00"}) {
         r = run_tool(args);
@@ -191,11 +192,13 @@ TEST(ScheduleInspectProgram, DumpShowsTheParsedDocument)
     const std::pair<Json, const char*> expected[] = {
         {l["id"], R"("5d1c0a7e-3b7f-4c2a-9f10-8a6b2c4d1e01")"},
         {l["name"], R"("Lobby screens")"},
-        {Json::array({l["playlists"].size(), l["files"].size(), l["schedule"]["schedItems"].size(), l["layouts"].size()}),
+        {Json::array({l["playlists"].size(), l["files"].size(), l["schedule"]["schedItems"].size(),
+                      l["layouts"].size()}),
          "[3, 6, 2, 1]"},
         {l["playlists"][1], R"({"pindex":1,"name":"Lunch menu","itemCount":2,
             "PlItems":[{"type":1,"findex":2,"duration":20},{"type":0,"findex":3,"duration":0}]})"},
-        {l["files"][5], R"({"findex":5,"type":2,"server_id":1,"fname":"menu.html","fsize":2048,"path":"/pages","md5":"4a8a"})"},
+        {l["files"][5],
+         R"({"findex":5,"type":2,"server_id":1,"fname":"menu.html","fsize":2048,"path":"/pages","md5":"4a8a"})"},
         {l["schedule"]["schedItems"][0]["dayItems"][5], R"({"day":3,"mode":0,"time_of_day":50400})"},
         {l["layouts"][0], R"({"lindex":0,"name":"Menu board","fileCount":1,"plItemCount":1,
             "va1080p":{"x":0,"y":0,"width":1280,"height":720},"va720p":{"x":0,"y":0,"width":853,"height":480},

@@ -18,7 +18,10 @@ int parse(const std::string& doc)
     return dA_ParseContent("/tmp/dacontent.xml");
 }
 
-std::string row(const DRAVIK_FILE_ITEM& f) { return fields(f.findex, f.type, f.server_id, f.fname, f.fsize, f.path, f.md5); }
+std::string row(const DRAVIK_FILE_ITEM& f)
+{
+    return fields(f.findex, f.type, f.server_id, f.fname, f.fsize, f.path, f.md5);
+}
 std::string row(const DRAVIK_PLAYLIST_ITEM& i) { return fields(i.type, i.findex, i.duration); }
 std::string row(const DAY_ITEM& d) { return fields(d.day, d.mode, d.time_of_day); }
 std::string row(const LAYOUT_VID_AREA& a) { return fields(a.x, a.y, a.width, a.height); }
@@ -171,7 +174,8 @@ TEST_F(ContentParser, StaleFieldsAreNotReset)
     ASSERT_EQ(parse("<content><files><f_item/><f_item/><f_item/></files>"
                     "<schedule><sched_item/></schedule>"
                     "<layout><layout_files><lo_file/><lo_file findex='4' type='img'/><lo_file/></layout_files>"
-                    "<layout_playlist><lo_pl_item/><lo_pl_item url='u' dur='9'/><lo_pl_item/></layout_playlist></layout>"
+                    "<layout_playlist><lo_pl_item/><lo_pl_item url='u' dur='9'/><lo_pl_item/>"
+                    "</layout_playlist></layout>"
                     "<layout><layout_files><lo_file/></layout_files>"
                     "<layout_playlist><lo_pl_item dur='1'/></layout_playlist></layout></content>"),
               0);

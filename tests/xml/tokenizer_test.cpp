@@ -42,7 +42,8 @@ std::vector<std::string> tokens(std::string text)
 {
     start(std::move(text));
     std::vector<std::string> out;
-    for (int kind = 1; kind != XT_END && kind != XT_ERROR && out.size() < 100;) out.push_back(spell(kind = xt_get_token()));
+    for (int kind = XT_START_TAG; kind != XT_END && kind != XT_ERROR && out.size() < 100;)
+        out.push_back(spell(kind = xt_get_token()));
     return out;
 }
 
