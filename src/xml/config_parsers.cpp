@@ -4,56 +4,11 @@
 // leaves the previous record in place, with its flag cleared.
 #include <string_view>
 
-#include "core/text.h"
-#include "xml/parsers.h"
-#include "xml/tokenizer.h"
+#include "xml/attribute_values.h"
+
+using namespace xml_values;
 
 namespace {
-
-std::string_view tag() { return xt_get_tag_name(); }
-std::string_view attr() { return xt_get_attr_name(); }
-
-int attr_int()
-{
-    int v;
-    getAttributeIntegerVal(&v);
-    return v;
-}
-
-int attr_bool()
-{
-    int v;
-    getAttributeBoolVal(&v);
-    return v;
-}
-
-template <std::size_t N>
-void attr_text(char (&dst)[N])
-{
-    getAttributeStringVal(dst, N);
-}
-
-int attr_day()
-{
-    char text[32];
-    attr_text(text);
-    return ConvertDay(text);
-}
-
-// Only the exact lower-case "off" switches off; "OFF" means on.
-int attr_mode()
-{
-    char text[32];
-    attr_text(text);
-    return std::string_view(text) == "off" ? 0 : 1;
-}
-
-void attr_time(int* seconds)
-{
-    char text[32];
-    attr_text(text);
-    ConvertTime(text, seconds);
-}
 
 // The end of input where a document may end, and no read error behind it.
 bool ended_well(const XmlDocument& doc) { return !doc.read_error(); }

@@ -8,20 +8,11 @@
 #include <string_view>
 
 #include "core/text.h"
-#include "xml/parsers.h"
-#include "xml/tokenizer.h"
+#include "xml/attribute_values.h"
+
+using namespace xml_values;
 
 namespace {
-
-std::string_view tag() { return xt_get_tag_name(); }
-std::string_view attr() { return xt_get_attr_name(); }
-
-int attr_int()
-{
-    int v;
-    getAttributeIntegerVal(&v);
-    return v;
-}
 
 // A type word is looked at through a 10-byte buffer: nine characters at most.
 int attr_media_type()
@@ -29,12 +20,6 @@ int attr_media_type()
     char word[10];
     getAttributeStringVal(word, sizeof word);
     return ConvertMediaType(word);
-}
-
-template <std::size_t N>
-void attr_text(char (&dst)[N])
-{
-    getAttributeStringVal(dst, N);
 }
 
 // Where an entry that does not fit is read to, so that it never overwrites its
@@ -193,22 +178,15 @@ int parse_files()
 
 int parse_day_item(DAY_ITEM* d)
 {
-    char text[32];
     for (;;) {
         switch (xt_get_token()) {
         case XT_ERROR:
         case XT_END: return -1;
         case XT_ATTRIBUTE:
-            if (attr() == "day") {
-                attr_text(text);
-                d->day = ConvertDay(text);
-            } else if (attr() == "mode") {
-                attr_text(text);
-                d->mode = std::string_view(text) == "off" ? 0 : 1;
-            } else if (attr() == "time") {
-                attr_text(text);
-                ConvertTime(text, &d->time_of_day);
-            } else UnknownAttributeWarning(xt_get_attr_name());
+            if (attr() == "day") d->day = attr_day();
+            else if (attr() == "mode") d->mode = attr_mode();
+            else if (attr() == "time") attr_time(&d->time_of_day);
+            else UnknownAttributeWarning(xt_get_attr_name());
             break;
         case XT_END_TAG:
             if (tag() == "day_item") return 0;

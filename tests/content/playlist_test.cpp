@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,23 +23,6 @@ std::string expected(const std::string& name)
     return sandbox::read_file(path);
 }
 
-void add_file(const char* name, int type)
-{
-    DRAVIK_FILE_ITEM& f = content.files[content.filecount];
-    f.findex = content.filecount++;
-    f.type = type;
-    copy_text(f.fname, name);
-}
-
-DRAVIK_PLAYLIST& add_playlist(const char* name, std::initializer_list<DRAVIK_PLAYLIST_ITEM> items)
-{
-    DRAVIK_PLAYLIST& p = content.playlists[content.plcount];
-    p.pindex = content.plcount++;
-    copy_text(p.name, name);
-    for (const auto& it : items) p.PlItems[p.itemCount++] = it;
-    return p;
-}
-
 class Playlist : public ::testing::Test {
 protected:
     void SetUp() override
@@ -47,99 +31,90 @@ protected:
         mkdir("/tmp/playlists", 0755);
         content = {};
         copy_text(content.id, "3f2a");
-        add_file("a.mpg", 0);         // 0
-        add_file("b.jpg", 1);         // 1
-        add_file("page.html", 2);     // 2
-        add_file("clip two.mpg", 0);  // 3
-        add_playlist("empty", {});
-        add_playlist("mixed", {{0, 0, 0}, {-1, 2, 5}, {1, 1, 10}, {2, 2, 7}, {0, 3, 0}});
-        // The second item names a file index one past the document's files.
-        add_playlist("cut", {{0, 0, 0}, {0, 4, 0}, {1, 1, 10}});
-        add_playlist("no file", {{0, -1, 0}});
+        for (const char* name : {"a.mpg", "b.jpg", "page.html", "clip two.mpg"}) {
+            DRAVIK_FILE_ITEM& f = content.files[content.filecount];
+            f.findex = content.filecount++;
+            copy_text(f.fname, name);
+        }
+        // Playlists 0 to 3: empty; mixed types (-1 unknown, 2 a web page); one whose
+        // second item names a file one past the document's; one item without a file.
+        add_playlist({});
+        add_playlist({{0, 0, 0}, {-1, 2, 5}, {1, 1, 10}, {2, 2, 7}, {0, 3, 0}});
+        add_playlist({{0, 0, 0}, {0, 4, 0}, {1, 1, 10}});
+        add_playlist({{0, -1, 0}});
 
-        DRAVIK_LAYOUT& empty = content.layouts[content.layoutcount++];
-        copy_text(empty.name, "bare");
-        DRAVIK_LAYOUT& lo = content.layouts[content.layoutcount++];
-        copy_text(lo.name, "board");
+        // Layout 0 is bare; layout 1 has three pages and four files, one of an unknown type.
+        content.layoutcount = 2;
+        DRAVIK_LAYOUT& lo = content.layouts[1];
         lo.plItemCount = 3;
         copy_text(lo.layoutPLItems[0].url, "http://cms.example/board.html?a=1&b=2");
         copy_text(lo.layoutPLItems[1].url, "http://cms.example/second.html");
-        copy_text(lo.layoutPLItems[2].url, "http://cms.example/third.html");
-        lo.layoutPLItems[0].dur = 30;
         lo.fileCount = 4;
         lo.layoutFiles[0] = {0, 0};
         lo.layoutFiles[1] = {1, 1};
-        lo.layoutFiles[2] = {7, 3};  // an unknown type is skipped
+        lo.layoutFiles[2] = {7, 3};
         lo.layoutFiles[3] = {2, 2};
+    }
+
+    static void add_playlist(std::initializer_list<DRAVIK_PLAYLIST_ITEM> items)
+    {
+        DRAVIK_PLAYLIST& p = content.playlists[content.plcount];
+        p.pindex = content.plcount++;
+        for (const auto& it : items) p.PlItems[p.itemCount++] = it;
     }
 };
 
-TEST_F(Playlist, VideoPlaylistsNumberTheirEntriesWithoutGaps)
+TEST_F(Playlist, RamPlaylistsAreWrittenByteForByte)
 {
-    EXPECT_EQ(MakeRAMVideoPlaylist(0, 0, &content), 1);
-    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r0"), expected("video_empty"));
-
-    // A picture carries its duration; an item of unknown type and a web page take no
-    // number of their own.
-    EXPECT_EQ(MakeRAMVideoPlaylist(1, 1, &content), 1);
-    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r1"), expected("video_mixed"));
-
-    // Writing the same slot again replaces the file.
-    EXPECT_EQ(MakeRAMVideoPlaylist(1, 0, &content), 1);
-    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r1"), expected("video_empty"));
-}
-
-TEST_F(Playlist, AFileIndexOutsideTheDocumentCutsThePlaylistShort)
-{
-    // The entries before it stay, and no LOOP line follows.
-    EXPECT_EQ(MakeRAMVideoPlaylist(2, 2, &content), 0);
-    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r2"), expected("video_cut"));
-    EXPECT_EQ(MakeTEMPPlaylist(2, &content), 0);
-    EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), "a.mpg\n");
-
-    // An item without a file (index -1) stops at once too, never reading before the table.
+    // Entries are numbered without gaps (an unknown type and a web page take no number)
+    // and a picture carries its duration. A file index outside the document cuts the
+    // playlist short, with no LOOP line, and returns 0. A layout shows its first page only.
+    struct {
+        int (*make)(int, int, DRAVIK_CONTENT*);
+        int slot, index, ret;
+        const char* file;
+    } cases[] = {
+        {MakeRAMVideoPlaylist, 0, 0, 1, "video_empty"},       {MakeRAMVideoPlaylist, 1, 1, 1, "video_mixed"},
+        {MakeRAMVideoPlaylist, 1, 0, 1, "video_empty"},       {MakeRAMVideoPlaylist, 2, 2, 0, "video_cut"},
+        {MakeRAMLayoutPlaylist, 3, 1, 1, "layout_first_page"}, {MakeRAMLayoutPlaylist, 2, 0, 1, "layout_no_page"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.make(c.slot, c.index, &content), c.ret) << c.file;
+        EXPECT_EQ(sandbox::read_file("/tmp/playlists/r" + std::to_string(c.slot)), expected(c.file)) << c.file;
+    }
+    // An item without a file stops at once too, never reading before the table.
     EXPECT_EQ(MakeRAMVideoPlaylist(3, 3, &content), 0);
-    EXPECT_EQ(MakeTEMPPlaylist(3, &content), 0);
-    EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), "");
-}
-
-TEST_F(Playlist, LayoutPlaylistShowsOnlyTheFirstPage)
-{
-    EXPECT_EQ(MakeRAMLayoutPlaylist(3, 1, &content), 1);
-    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r3"), expected("layout_first_page"));
-    EXPECT_EQ(MakeRAMLayoutPlaylist(2, 0, &content), 1);
-    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r2"), expected("layout_no_page"));
 }
 
 TEST_F(Playlist, SideFilesListTheMediaInUse)
 {
+    EXPECT_STREQ(playlist_temp_playlist_filename(), "/tmp/currentpl");
+    EXPECT_STREQ(playlist_temp_layout_filename(), "/tmp/currentlo");
     EXPECT_EQ(MakeTEMPPlaylist(1, &content), 1);
-    EXPECT_EQ(sandbox::read_file(playlist_temp_playlist_filename()), expected("currentpl_mixed"));
-    EXPECT_EQ(MakeTEMPPlaylist(0, &content), 1);
-    EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), "");
-
+    EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), expected("currentpl_mixed"));
     EXPECT_EQ(MakeTEMPLayoutFileList(1, &content), 1);
-    EXPECT_EQ(sandbox::read_file(playlist_temp_layout_filename()), expected("currentlo"));
-    EXPECT_EQ(MakeTEMPLayoutFileList(0, &content), 1);
-    EXPECT_EQ(sandbox::read_file("/tmp/currentlo"), "");
+    EXPECT_EQ(sandbox::read_file("/tmp/currentlo"), expected("currentlo"));
+    EXPECT_EQ(MakeTEMPPlaylist(0, &content) + MakeTEMPLayoutFileList(0, &content), 2);
+    EXPECT_EQ(sandbox::read_file("/tmp/currentpl") + sandbox::read_file("/tmp/currentlo"), "");
 
+    // A file index outside the document ends the list where it stands, and returns 0.
+    EXPECT_EQ(MakeTEMPPlaylist(2, &content), 0);
+    EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), "a.mpg\n");
     content.layouts[1].layoutFiles[1].findex = 4;
     EXPECT_EQ(MakeTEMPLayoutFileList(1, &content), 0);
     EXPECT_EQ(sandbox::read_file("/tmp/currentlo"), "a.mpg\n");
-    EXPECT_STREQ(playlist_temp_playlist_filename(), "/tmp/currentpl");
-    EXPECT_STREQ(playlist_temp_layout_filename(), "/tmp/currentlo");
+    EXPECT_EQ(MakeTEMPPlaylist(3, &content), 0);
+    EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), "");
 }
 
 TEST_F(Playlist, UnwritableFilesAndUnknownIndices)
 {
     // A RAM playlist that cannot be written reports done; a side file reports failure.
     rmdir("/tmp/playlists");
-    EXPECT_EQ(MakeRAMVideoPlaylist(0, 1, &content), 1);
-    EXPECT_EQ(MakeRAMLayoutPlaylist(2, 1, &content), 1);
+    EXPECT_EQ(MakeRAMVideoPlaylist(0, 1, &content) + MakeRAMLayoutPlaylist(2, 1, &content), 2);
     mkdir("/tmp/currentpl", 0755);
     mkdir("/tmp/currentlo", 0755);
-    EXPECT_EQ(MakeTEMPPlaylist(1, &content), 0);
-    EXPECT_EQ(MakeTEMPLayoutFileList(1, &content), 0);
+    EXPECT_EQ(MakeTEMPPlaylist(1, &content) + MakeTEMPLayoutFileList(1, &content), 0);
 
     // An index the document does not have leaves the files as they were.
     mkdir("/tmp/playlists", 0755);
@@ -148,8 +123,7 @@ TEST_F(Playlist, UnwritableFilesAndUnknownIndices)
     for (int bad : {-1, 2, kMaxLayouts}) EXPECT_EQ(MakeRAMLayoutPlaylist(0, bad, &content), 0);
     EXPECT_EQ(sandbox::read_file("/tmp/playlists/r0"), "old");
     rmdir("/tmp/currentpl");
-    EXPECT_EQ(MakeTEMPPlaylist(7, &content), 0);
-    EXPECT_EQ(MakeTEMPLayoutFileList(-3, &content), 0);
+    EXPECT_EQ(MakeTEMPPlaylist(7, &content) + MakeTEMPLayoutFileList(-3, &content), 0);
     EXPECT_FALSE(sandbox::exists("/tmp/currentpl"));
 }
 

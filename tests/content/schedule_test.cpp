@@ -2,8 +2,8 @@
 // time zones set through TZ (POSIX rules, so no zone files are needed).
 #include "content/content.h"
 
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <gtest/gtest.h>
 #include <initializer_list>
@@ -11,50 +11,19 @@
 
 #include "core/text.h"
 #include "support/fake_platform.h"
+#include "support/record_text.h"
 
 namespace {
 
-constexpr const char* kUtc = "UTC0";
 constexpr const char* kCentralEurope = "CET-1CEST,M3.5.0,M10.5.0/3";
-constexpr const char* kUsEastern = "EST5EDT,M3.2.0,M11.1.0";
+constexpr int kWednesday = 3;  // 2026-03-04, far from any clock change
 
 DRAVIK_CONTENT content;  // tens of kilobytes: static storage
 
-// Sets TZ for the lifetime of a test.
-class Zone {
-public:
-    explicit Zone(const char* tz)
-    {
-        if (const char* old = std::getenv("TZ")) old_ = old, had_ = true;
-        setenv("TZ", tz, 1);
-        tzset();
-    }
-    ~Zone()
-    {
-        if (had_)
-            setenv("TZ", old_.c_str(), 1);
-        else
-            unsetenv("TZ");
-        tzset();
-    }
-
-private:
-    std::string old_;
-    bool had_ = false;
-};
-
-// Local "YYYY-MM-DDTHH:MM:SS" to calendar seconds in the zone in force; the moments
-// used here are never inside a clock change's skipped or repeated hour.
-std::time_t local(const char* text)
+void set_zone(const char* tz)
 {
-    std::tm tm{};
-    EXPECT_EQ(std::sscanf(text, "%d-%d-%dT%d:%d:%d", &tm.tm_year, &tm.tm_mon, &tm.tm_mday,
-                          &tm.tm_hour, &tm.tm_min, &tm.tm_sec),
-              6);
-    tm.tm_year -= 1900;
-    tm.tm_mon -= 1;
-    tm.tm_isdst = -1;
-    return std::mktime(&tm);
+    setenv("TZ", tz, 1);
+    tzset();
 }
 
 int hms(int h, int m, int s = 0) { return h * 3600 + m * 60 + s; }
@@ -66,52 +35,48 @@ void reset(int defaultPL = 0, int defaultLayout = -1)
     content.schedule.defaultlo_index = defaultLayout;
 }
 
-int add_item(int pindex, int lindex, const char* start, const char* end,
-             std::initializer_list<DAY_ITEM> days = {})
+SCHEDULE_ITEM& add_item(int pindex, int lindex, const char* start, const char* end,
+                        std::initializer_list<DAY_ITEM> days = {})
 {
-    DRAVIK_SCHEDULE& s = content.schedule;
-    SCHEDULE_ITEM& it = s.schedItems[s.itemCount];
+    SCHEDULE_ITEM& it = content.schedule.schedItems[content.schedule.itemCount++];
     it.pindex = pindex;
     it.lindex = lindex;
     copy_text(it.stime, start);
     copy_text(it.etime, end);
     for (const DAY_ITEM& d : days) it.dayItems[it.dayItemCount++] = d;
-    return s.itemCount++;
+    return it;
 }
 
-PL_EVENT evaluate_at(FakePlatform& clock, const char* when)
-{
-    clock.set_time(local(when));
-    PL_EVENT ev{};
-    content_get_pl_event(&content, &ev);
-    return ev;
-}
-
-struct Expect {
-    int pl, layout, next;
-};
-
-void expect_event(const PL_EVENT& ev, Expect e, const char* when)
-{
-    EXPECT_EQ(ev.currentPL, e.pl) << when;
-    EXPECT_EQ(ev.currentLayout, e.layout) << when;
-    EXPECT_EQ(ev.nextEventTime, e.next) << when;
-}
-
-class Schedule : public ::testing::TestWithParam<const char*> {
+class ScheduleTest : public ::testing::Test {
 protected:
-    Zone zone{GetParam()};
     FakePlatform clock;
+    PL_EVENT ev{};
+
+    // The evaluation at local time `when` (never inside a clock change's skipped or
+    // repeated hour) as "playlist,layout,next change".
+    std::string at(const char* when)
+    {
+        std::tm tm{};
+        EXPECT_NE(strptime(when, "%Y-%m-%dT%H:%M:%S", &tm), nullptr) << when;
+        tm.tm_isdst = -1;
+        clock.set_time(std::mktime(&tm));
+        content_get_pl_event(&content, &ev);
+        char next[40];
+        std::snprintf(next, sizeof next, "%02d:%02d:%02d", ev.nextEventTime / 3600, ev.nextEventTime / 60 % 60,
+                      ev.nextEventTime % 60);
+        return fields(ev.currentPL, ev.currentLayout, next);
+    }
 };
 
-// 2026-03-04 is a Wednesday (weekday 3), far from any clock change.
-constexpr int kWednesday = 3;
+class Schedule : public ScheduleTest, public ::testing::WithParamInterface<const char*> {
+protected:
+    void SetUp() override { set_zone(GetParam()); }
+};
 
 TEST_P(Schedule, DefaultsWhenNothingTouchesToday)
 {
     reset(4, 2);
-    PL_EVENT ev = evaluate_at(clock, "2026-03-04T10:11:12");
-    expect_event(ev, {4, 2, 86400}, "no items");
+    EXPECT_EQ(at("2026-03-04T10:11:12"), "4,2,24:00:00");
     EXPECT_EQ(ev.timeNowSeconds, hms(10, 11, 12));
 
     // Over yesterday only, from tomorrow on, and with unreadable times: all ignored.
@@ -119,214 +84,183 @@ TEST_P(Schedule, DefaultsWhenNothingTouchesToday)
     add_item(2, 1, "2026-03-05T00:00:01", "2026-03-09T00:00:00");
     add_item(3, 1, "26-03-01T00:00:00", "2026-03-09T00:00:00");
     add_item(5, 1, "2026-03-01T00:00:00", "2026/03/09T00:00:00");
-    expect_event(evaluate_at(clock, "2026-03-04T10:11:12"), {4, 2, 86400}, "no item today");
-    EXPECT_EQ(content_event_count(), 0);
-    EXPECT_EQ(content_selected_event(), -1);
+    EXPECT_EQ(at("2026-03-04T10:11:12"), "4,2,24:00:00");
+    EXPECT_EQ(fields(content_event_count(), content_selected_event()), "0,-1");
 }
 
-TEST_P(Schedule, ItemSpanningTodayPlaysAllDay)
+TEST_P(Schedule, ItemsWithoutDayItemsPlayTheirWholePeriod)
 {
-    reset(0, -1);
+    // Spanning today: one start at midnight and no stop.
+    reset();
     add_item(6, 3, "2026-03-03T12:00:00", "2026-03-05T12:00:00");
     for (const char* when : {"2026-03-04T00:00:00", "2026-03-04T12:00:00", "2026-03-04T23:59:59"})
-        expect_event(evaluate_at(clock, when), {6, 3, 86400}, when);
-    // One start at midnight and no stop: it ends tomorrow.
-    ASSERT_EQ(content_event_count(), 1);
-    EXPECT_EQ(g_PSI[0].seconds, 0);
-    EXPECT_EQ(g_PSI[0].mode, 1);
+        EXPECT_EQ(at(when), "6,3,24:00:00") << when;
+    EXPECT_EQ(fields(content_event_count(), g_PSI[0].seconds, g_PSI[0].mode), "1,0,1");
 
     // Starting at the very next midnight still counts as touching today.
-    reset(0, -1);
+    reset();
     add_item(7, -1, "2026-03-05T00:00:00", "2026-03-06T00:00:00");
-    expect_event(evaluate_at(clock, "2026-03-04T20:00:00"), {0, -1, 86400}, "next midnight");
-    ASSERT_EQ(content_event_count(), 1);
-    EXPECT_EQ(g_PSI[0].seconds, 86400);
-}
+    EXPECT_EQ(at("2026-03-04T20:00:00"), "0,-1,24:00:00");
+    EXPECT_EQ(fields(content_event_count(), g_PSI[0].seconds), "1,86400");
 
-TEST_P(Schedule, EventAtThePresentSecondIsPast)
-{
-    reset(0, -1);
+    // An event at the present second is already past.
+    reset();
     add_item(2, 5, "2026-03-04T08:00:00", "2026-03-04T18:00:00");
-    expect_event(evaluate_at(clock, "2026-03-04T07:59:59"), {0, -1, hms(8, 0)}, "before");
-    expect_event(evaluate_at(clock, "2026-03-04T08:00:00"), {2, 5, hms(18, 0)}, "start second");
-    expect_event(evaluate_at(clock, "2026-03-04T17:59:59"), {2, 5, hms(18, 0)}, "last second");
-    expect_event(evaluate_at(clock, "2026-03-04T18:00:00"), {0, -1, 86400}, "stop second");
+    EXPECT_EQ(at("2026-03-04T07:59:59"), "0,-1,08:00:00");
+    EXPECT_EQ(at("2026-03-04T08:00:00"), "2,5,18:00:00");
+    EXPECT_EQ(at("2026-03-04T17:59:59"), "2,5,18:00:00");
+    EXPECT_EQ(at("2026-03-04T18:00:00"), "0,-1,24:00:00");
 }
 
 TEST_P(Schedule, DayItemsOfTodayOnly)
 {
-    reset(0, -1);
+    reset();
     add_item(3, -1, "2026-01-01T00:00:00", "2027-01-01T00:00:00",
              {{kWednesday, 0, hms(17, 0)},
               {kWednesday + 1, 1, hms(12, 0)},  // Thursday: not today
               {-1, 1, hms(13, 0)},              // an unreadable day never matches
               {kWednesday, 1, hms(8, 30)}});
-    expect_event(evaluate_at(clock, "2026-03-04T08:00:00"), {0, -1, hms(8, 30)}, "morning");
-    expect_event(evaluate_at(clock, "2026-03-04T12:30:00"), {3, -1, hms(17, 0)}, "noon");
-    expect_event(evaluate_at(clock, "2026-03-04T17:00:00"), {0, -1, 86400}, "evening");
-    // The next day its Thursday entry alone applies.
-    expect_event(evaluate_at(clock, "2026-03-05T12:30:00"), {3, -1, 86400}, "thursday");
+    EXPECT_EQ(at("2026-03-04T08:00:00"), "0,-1,08:30:00");
+    EXPECT_EQ(at("2026-03-04T12:30:00"), "3,-1,17:00:00");
+    EXPECT_EQ(at("2026-03-04T17:00:00"), "0,-1,24:00:00");
+    EXPECT_EQ(at("2026-03-05T12:30:00"), "3,-1,24:00:00");  // Thursday's entry alone
 }
 
-TEST_P(Schedule, NoStartAtPeriodBeginWhenNextDayItemLiesBeyondItsEnd)
+// A period that begins or ends today: an "on" before the period carries into it as a
+// start at its beginning only when a later entry lies inside the period, and only a
+// plain "on" (mode 1) does, though mode 2 starts like it within the walk.
+TEST_P(Schedule, DayItemsOfAPeriodThatBeginsToday)
 {
-    // On at 06:00 and off at 22:00 every Wednesday, but the period runs 08:00 to 20:00
-    // today: the "on" before 08:00 does not carry into the period, because the next
-    // entry (22:00) lies beyond its end. Only the stop at 20:00 is produced.
-    reset(0, -1);
+    // On at 06:00 and off at 22:00, but the period runs 08:00 to 20:00: the next entry
+    // lies beyond its end, so nothing starts at 08:00 and only the stop is produced.
+    reset();
     add_item(1, -1, "2026-03-04T08:00:00", "2026-03-04T20:00:00",
              {{kWednesday, 0, hms(22, 0)}, {kWednesday, 1, hms(6, 0)}});
-    expect_event(evaluate_at(clock, "2026-03-04T12:00:00"), {0, -1, hms(20, 0)}, "gap");
-    ASSERT_EQ(content_event_count(), 1);
-    EXPECT_EQ(g_PSI[0].mode, 0);
+    EXPECT_EQ(at("2026-03-04T12:00:00"), "0,-1,20:00:00");
+    EXPECT_EQ(fields(content_event_count(), g_PSI[0].mode), "1,0");
 
-    // With an entry inside the period the "on" carries: a start at 08:00.
-    reset(0, -1);
+    reset();
     add_item(1, -1, "2026-03-04T08:00:00", "2026-03-04T20:00:00",
              {{kWednesday, 1, hms(6, 0)}, {kWednesday, 0, hms(9, 0)}, {kWednesday, 1, hms(22, 0)}});
-    expect_event(evaluate_at(clock, "2026-03-04T08:30:00"), {1, -1, hms(9, 0)}, "carried");
-    expect_event(evaluate_at(clock, "2026-03-04T12:00:00"), {0, -1, hms(20, 0)}, "off at 9");
+    EXPECT_EQ(at("2026-03-04T08:30:00"), "1,-1,09:00:00");
+    EXPECT_EQ(at("2026-03-04T12:00:00"), "0,-1,20:00:00");
 
     // All entries before the period: nothing carries either.
-    reset(0, -1);
+    reset();
     add_item(1, -1, "2026-03-04T08:00:00", "2026-03-05T20:00:00", {{kWednesday, 1, hms(6, 0)}});
-    expect_event(evaluate_at(clock, "2026-03-04T12:00:00"), {0, -1, 86400}, "all before");
+    EXPECT_EQ(at("2026-03-04T12:00:00"), "0,-1,24:00:00");
     EXPECT_EQ(content_event_count(), 0);
-}
 
-TEST_P(Schedule, ModeTwoStartsButDoesNotCarryIntoThePeriod)
-{
-    // Mode 2 is a start in the walk ...
-    reset(0, -1);
+    reset();
     add_item(5, -1, "2026-01-01T00:00:00", "2027-01-01T00:00:00", {{kWednesday, 2, hms(10, 0)}});
-    expect_event(evaluate_at(clock, "2026-03-04T11:00:00"), {5, -1, 86400}, "mode 2 start");
-
-    // ... but only mode 1 counts as "on" before the period began.
-    reset(0, -1);
+    EXPECT_EQ(at("2026-03-04T11:00:00"), "5,-1,24:00:00");
+    reset();
     add_item(5, -1, "2026-03-04T08:00:00", "2026-03-04T20:00:00",
              {{kWednesday, 2, hms(6, 0)}, {kWednesday, 0, hms(9, 0)}});
-    expect_event(evaluate_at(clock, "2026-03-04T08:30:00"), {0, -1, hms(9, 0)}, "not carried");
+    EXPECT_EQ(at("2026-03-04T08:30:00"), "0,-1,09:00:00");
 }
 
 TEST_P(Schedule, SameSecondStartsGoToTheItemListedLater)
 {
-    reset(0, -1);
+    reset();
     add_item(7, 1, "2026-03-04T09:00:00", "2026-03-04T17:00:00");
     add_item(2, 4, "2026-03-04T09:00:00", "2026-03-04T18:00:00");
-    expect_event(evaluate_at(clock, "2026-03-04T10:00:00"), {2, 4, hms(17, 0)}, "second listed");
+    EXPECT_EQ(at("2026-03-04T10:00:00"), "2,4,17:00:00");
 
     // Listed the other way round, the other one wins: position decides, not the index.
-    reset(0, -1);
+    reset();
     add_item(2, 4, "2026-03-04T09:00:00", "2026-03-04T18:00:00");
     add_item(7, 1, "2026-03-04T09:00:00", "2026-03-04T17:00:00");
-    expect_event(evaluate_at(clock, "2026-03-04T10:00:00"), {7, 1, hms(17, 0)}, "swapped");
-    // Sorted by time, then by item position.
-    ASSERT_EQ(content_event_count(), 4);
-    EXPECT_EQ(g_PSI[0].item, 0);
-    EXPECT_EQ(g_PSI[1].item, 1);
+    EXPECT_EQ(at("2026-03-04T10:00:00"), "7,1,17:00:00");
+    EXPECT_EQ(fields(content_event_count(), g_PSI[0].item, g_PSI[1].item), "4,0,1");
 }
 
+// Stops are matched by playlist index, so one item's stop cancels another's start.
 TEST_P(Schedule, StopOfAPlaylistCancelsItsStartFromAnotherItem)
 {
-    reset(0, -1);
+    reset();
     add_item(1, -1, "2026-03-04T07:00:00", "2026-03-05T07:00:00");  // playlist 1 from 07:00
     add_item(3, -1, "2026-03-04T06:00:00", "2026-03-04T12:00:00");  // A: playlist 3 until 12:00
     add_item(3, 9, "2026-03-04T10:00:00", "2026-03-05T10:00:00");   // B: playlist 3 from 10:00
-    expect_event(evaluate_at(clock, "2026-03-04T11:00:00"), {3, 9, hms(12, 0)}, "before A stops");
-    // A's stop at 12:00 cancels B's start too: the earlier playlist 1 comes back.
-    expect_event(evaluate_at(clock, "2026-03-04T13:00:00"), {1, -1, 86400}, "after A stops");
-
-    // Without the other playlist the default applies.
+    EXPECT_EQ(at("2026-03-04T11:00:00"), "3,9,12:00:00");
+    // A's stop at 12:00 cancels B's start too: the earlier playlist 1 comes back, and
+    // without it the default.
+    EXPECT_EQ(at("2026-03-04T13:00:00"), "1,-1,24:00:00");
     content.schedule.schedItems[0].pindex = 3;
-    expect_event(evaluate_at(clock, "2026-03-04T13:00:00"), {0, -1, 86400}, "all cancelled");
+    EXPECT_EQ(at("2026-03-04T13:00:00"), "0,-1,24:00:00");
 }
 
 TEST_P(Schedule, TenItemsOfTwentyEightDayItemsStayWithinTheEventTable)
 {
     // Every item ends just before midnight, so each gives its 28 entries and a stop:
     // 290 events for a table of 280. The last ten (item 9's latest) are dropped.
-    reset(0, -1);
+    reset();
     for (int i = 0; i < kMaxScheduleItems; ++i) {
-        int k = add_item(i, i, "2026-03-01T00:00:00", "2026-03-04T23:59:59");
-        SCHEDULE_ITEM& it = content.schedule.schedItems[k];
+        SCHEDULE_ITEM& it = add_item(i, i, "2026-03-01T00:00:00", "2026-03-04T23:59:59");
         for (int j = 0; j < kMaxDayItems; ++j)
             it.dayItems[it.dayItemCount++] = {kWednesday, j % 2 == 0 ? 1 : 0, 3000 * j + 100 * i};
     }
-    PL_EVENT ev = evaluate_at(clock, "2026-03-04T23:00:00");
-    EXPECT_EQ(content_event_count(), kMaxScheduleEvents);
-    EXPECT_EQ(content_dropped_event_count(), 10);
     // Items 0-8 were switched off at 22:30; item 9's last kept event is its start at
     // 15:15, and its stops were the ones dropped.
-    expect_event(ev, {9, 9, hms(23, 59, 59)}, "full table");
+    EXPECT_EQ(at("2026-03-04T23:00:00"), "9,9,23:59:59");
+    EXPECT_EQ(fields(content_event_count(), content_dropped_event_count()), "280,10");
     for (int e = 1; e < kMaxScheduleEvents; ++e) ASSERT_LE(g_PSI[e - 1].seconds, g_PSI[e].seconds);
 
     // Covering the whole day instead: exactly 280, nothing dropped.
-    for (int i = 0; i < kMaxScheduleItems; ++i)
-        copy_text(content.schedule.schedItems[i].etime, "2026-03-09T00:00:00");
-    evaluate_at(clock, "2026-03-04T23:00:00");
-    EXPECT_EQ(content_event_count(), kMaxScheduleEvents);
-    EXPECT_EQ(content_dropped_event_count(), 0);
+    for (int i = 0; i < kMaxScheduleItems; ++i) copy_text(content.schedule.schedItems[i].etime, "2026-03-09T00:00:00");
+    at("2026-03-04T23:00:00");
+    EXPECT_EQ(fields(content_event_count(), content_dropped_event_count()), "280,0");
 }
 
-INSTANTIATE_TEST_SUITE_P(Zones, Schedule, ::testing::Values(kUtc, kCentralEurope, kUsEastern));
+INSTANTIATE_TEST_SUITE_P(Zones, Schedule, ::testing::Values("UTC0", kCentralEurope, "EST5EDT,M3.2.0,M11.1.0"));
 
-TEST(ScheduleClockChange, SpringForwardDayCountsClockTime)
+class ScheduleClockChange : public ScheduleTest {
+protected:
+    void SetUp() override { set_zone(kCentralEurope); }
+};
+
+TEST_F(ScheduleClockChange, DaysTheClockChangesCountClockTime)
 {
-    Zone zone(kCentralEurope);
-    FakePlatform clock;
-    reset(0, -1);
     // 2026-03-29: at 02:00 the clock jumps to 03:00.
+    reset();
     add_item(2, -1, "2026-03-29T08:00:00", "2026-03-29T18:00:00");
-    PL_EVENT ev = evaluate_at(clock, "2026-03-29T01:30:00");
-    expect_event(ev, {0, -1, hms(8, 0)}, "before the change");
-    ev = evaluate_at(clock, "2026-03-29T03:30:00");
+    EXPECT_EQ(at("2026-03-29T01:30:00"), "0,-1,08:00:00");
+    EXPECT_EQ(at("2026-03-29T03:30:00"), "0,-1,08:00:00");
     EXPECT_EQ(ev.timeNowSeconds, hms(3, 30));  // clock time, though only 2.5 h have passed
-    expect_event(ev, {0, -1, hms(8, 0)}, "after the change");
-    expect_event(evaluate_at(clock, "2026-03-29T17:59:59"), {2, -1, hms(18, 0)}, "afternoon");
-    expect_event(evaluate_at(clock, "2026-03-29T18:00:00"), {0, -1, 86400}, "stop");
+    EXPECT_EQ(at("2026-03-29T17:59:59"), "2,-1,18:00:00");
+    EXPECT_EQ(at("2026-03-29T18:00:00"), "0,-1,24:00:00");
 
     // Both ends are read with today's summer-time flag as it is now: an end at 01:30,
     // before the change, reads as 01:30 summer time, which is clock 01:30 from noon's
     // point of view rather than the 02:30 that real elapsed time would give.
-    reset(0, -1);
+    reset();
     add_item(4, -1, "2026-03-28T00:00:00", "2026-03-29T01:30:00");
-    evaluate_at(clock, "2026-03-29T12:00:00");
-    ASSERT_EQ(content_event_count(), 2);
-    EXPECT_EQ(g_PSI[1].mode, 0);
-    EXPECT_EQ(g_PSI[1].seconds, hms(1, 30));
-}
+    at("2026-03-29T12:00:00");
+    EXPECT_EQ(fields(content_event_count(), g_PSI[1].mode, g_PSI[1].seconds), "2,0,5400");
 
-TEST(ScheduleClockChange, FallBackDayCountsClockTime)
-{
-    Zone zone(kCentralEurope);
-    FakePlatform clock;
-    reset(0, -1);
     // 2026-10-25: at 03:00 the clock goes back to 02:00.
+    reset();
     add_item(5, 1, "2026-10-25T00:30:00", "2026-10-25T12:00:00");
-    expect_event(evaluate_at(clock, "2026-10-25T00:15:00"), {0, -1, hms(0, 30)}, "early");
-    expect_event(evaluate_at(clock, "2026-10-25T11:59:59"), {5, 1, hms(12, 0)}, "last second");
-    PL_EVENT ev = evaluate_at(clock, "2026-10-25T12:00:00");
-    expect_event(ev, {0, -1, 86400}, "stop second");
+    EXPECT_EQ(at("2026-10-25T00:15:00"), "0,-1,00:30:00");
+    EXPECT_EQ(at("2026-10-25T11:59:59"), "5,1,12:00:00");
+    EXPECT_EQ(at("2026-10-25T12:00:00"), "0,-1,24:00:00");
     EXPECT_EQ(ev.timeNowSeconds, hms(12, 0));
 }
 
 TEST(MakeTime, ReadsFixedPositionsAfterADashAtTheFifthCharacter)
 {
-    Zone zone(kUtc);
-    EXPECT_EQ(MakeTime("2010-03-01T08:00:00", 0), 1267430400);
-    // Separators other than the first dash are not looked at.
-    EXPECT_EQ(MakeTime("2010-03-01 08:00:00", 0), 1267430400);
-    EXPECT_EQ(MakeTime("2010-03x01x08x00x00", 0), 1267430400);
-    // A short text reads as if its missing fields were empty.
+    set_zone("UTC0");
+    // Separators other than the first dash are not looked at, and a short text reads as
+    // if its missing fields were empty.
+    for (const char* text : {"2010-03-01T08:00:00", "2010-03-01 08:00:00", "2010-03x01x08x00x00", "2010-03-01T08"})
+        EXPECT_EQ(MakeTime(text, 0), 1267430400) << text;
     EXPECT_EQ(MakeTime("2010-03-01", 0), 1267401600);
-    EXPECT_EQ(MakeTime("2010-03-01T08", 0), 1267430400);
     // Anything without the dash in place is no time at all.
-    for (const char* bad : {"", "201-03-01T08:00:00", "20100-3-01T08:00:00", "2010/03/01",
-                            "T2010-03-01"})
+    for (const char* bad : {"", "201-03-01T08:00:00", "20100-3-01T08:00:00", "2010/03/01", "T2010-03-01"})
         EXPECT_EQ(MakeTime(bad, 0), 0) << bad;
 
-    Zone cet(kCentralEurope);
     // The flag given, not the date's own, decides the offset.
+    set_zone(kCentralEurope);
     EXPECT_EQ(MakeTime("2026-07-01T12:00:00", 1), 1782900000);
     EXPECT_EQ(MakeTime("2026-07-01T12:00:00", 0), 1782900000 + 3600);
     EXPECT_EQ(MakeTime("2026-01-15T12:00:00", 1), 1768474800 - 3600);

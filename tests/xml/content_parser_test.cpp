@@ -1,26 +1,39 @@
 // The content document parser, over real files on the sandbox's tmpfs.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
+#include "support/record_text.h"
 #include "support/sandbox.h"
 #include "xml/dravikAPI.h"
 #include "xml/parsers.h"
 
 namespace {
 
-constexpr const char* kPath = "/tmp/dacontent.xml";
+using Rows = std::vector<std::string>;
 
 int parse(const std::string& doc)
 {
-    sandbox::write_file(kPath, doc);
-    return dA_ParseContent(kPath);
+    sandbox::write_file("/tmp/dacontent.xml", doc);
+    return dA_ParseContent("/tmp/dacontent.xml");
 }
 
-std::string times(int n, std::string (*make)(int))
+std::string row(const DRAVIK_FILE_ITEM& f)
 {
-    std::string out;
-    for (int i = 0; i < n; ++i) out += make(i);
+    return fields(f.findex, f.type, f.server_id, f.fname, f.fsize, f.path, f.md5);
+}
+std::string row(const DRAVIK_PLAYLIST_ITEM& i) { return fields(i.type, i.findex, i.duration); }
+std::string row(const DAY_ITEM& d) { return fields(d.day, d.mode, d.time_of_day); }
+std::string row(const LAYOUT_VID_AREA& a) { return fields(a.x, a.y, a.width, a.height); }
+std::string row(const LAYOUT_FILE& f) { return fields(f.findex, f.type); }
+std::string row(const LAYOUT_PL_ITEM& i) { return fields(i.url, i.dur); }
+
+// The first `count` entries of an array, one row each.
+template <typename T, std::size_t N>
+Rows rows(const T (&array)[N], int count)
+{
+    Rows out;
+    for (int i = 0; i < count && i < static_cast<int>(N); ++i) out.push_back(row(array[i]));
     return out;
 }
 
@@ -30,7 +43,9 @@ protected:
     const DRAVIK_CONTENT& c = *dA_Content();
 };
 
-const char* const kDocument = R"(<?xml version="1.0" encoding="utf-8"?>
+TEST_F(ContentParser, ReadsEverySectionWithItsDefaults)
+{
+    ASSERT_EQ(parse(R"(<?xml version="1.0" encoding="utf-8"?>
 <!-- a content document as the server sends it -->
 <content id="c-2026-001" name="Lobby">
   <servers>
@@ -41,6 +56,7 @@ const char* const kDocument = R"(<?xml version="1.0" encoding="utf-8"?>
     <f_item findex="0" type="video" server_id="1" file="intro.mp4" size="1048576" path="/v" md5="0123456789abcdef"/>
     <f_item findex="1" type="img" file="logo.png" size="4096"/>
     <f_item findex="2" type="html" file="menu.html" server_id="2" colour="red"/>
+    <f_item findex="3" type="VIDEO"/><f_item findex="4" type="htm"/><f_item findex="5" type=""/>
   </files>
   <playlist pindex="0" name="Morning" shuffle="no">
     <pl_item type="vid" findex="0" dur="30"/>
@@ -49,7 +65,7 @@ const char* const kDocument = R"(<?xml version="1.0" encoding="utf-8"?>
   </playlist>
   <playlist pindex="1" name="Evening"></playlist>
   <schedule default_pindex="1" default_lindex="0" zone="x">
-    <sched_item pindex="0" lindex="0" start="2026-01-01T00:00:00" end="2026-12-31T23:59:59">
+    <sched_item pindex="0" lindex="2" start="2026-01-01T00:00:00" end="2026-12-31T23:59:59">
       <day_item day="mo" mode="on" time="7:30"/>
       <day_item day="monday" mode="off" time="19:05" extra="1"/>
       <day_item/>
@@ -58,135 +74,44 @@ const char* const kDocument = R"(<?xml version="1.0" encoding="utf-8"?>
   <layout lindex="3" name="Split">
     <vid_area_1080 x="10" y="20" width="1280" height="720"></vid_area_1080>
     <vid_area_pct x="5" width="50"/>
-    <layout_files>
-      <lo_file findex="1" type="img"/>
-      <lo_file findex="2" type="html"/>
-    </layout_files>
-    <layout_playlist>
-      <lo_pl_item url="http://ticker.example" dur="60"/>
-    </layout_playlist>
+    <layout_files><lo_file findex="1" type="img"/><lo_file findex="2" type="html"/></layout_files>
+    <layout_playlist><lo_pl_item url="http://ticker.example" dur="60"/></layout_playlist>
   </layout>
+  <layout/>
 </content>
-)";
-
-TEST_F(ContentParser, ReadsEverySectionWithItsDefaults)
-{
-    ASSERT_EQ(parse(kDocument), 0);
+)"),
+              0);
     EXPECT_EQ(dA_IsContentValid(), 1);
-    EXPECT_STREQ(c.id, "c-2026-001");
-    EXPECT_STREQ(c.name, "Lobby");
-
-    ASSERT_EQ(c.servercount, 2);
-    EXPECT_EQ(c.servers[0].id, 1);
-    EXPECT_STREQ(c.servers[0].address, "http://media.example/files");
-    EXPECT_STREQ(c.servers[1].address, "ftp://backup.example");
-
-    ASSERT_EQ(c.filecount, 3);
-    const DRAVIK_FILE_ITEM& f0 = c.files[0];
-    EXPECT_EQ(f0.findex, 0);
-    EXPECT_EQ(f0.type, 0);
-    EXPECT_EQ(f0.server_id, 1);
-    EXPECT_STREQ(f0.fname, "intro.mp4");
-    EXPECT_EQ(f0.fsize, 1048576u);
-    EXPECT_STREQ(f0.path, "/v");
-    EXPECT_STREQ(f0.md5, "0123");  // four characters of the digest, on purpose
-    EXPECT_EQ(c.files[1].type, 1);
-    EXPECT_EQ(c.files[1].server_id, -1);  // no server_id
-    EXPECT_STREQ(c.files[1].md5, "");
-    EXPECT_STREQ(c.files[1].path, "");
-    EXPECT_EQ(c.files[2].type, 2);  // an unknown attribute on an f_item is ignored
+    EXPECT_EQ(fields(c.id, c.name, c.servercount), "c-2026-001,Lobby,2");
+    EXPECT_EQ(fields(c.servers[0].id, c.servers[0].address, c.servers[1].id, c.servers[1].address),
+              "1,http://media.example/files,2,ftp://backup.example");
+    // Four characters of the digest, on purpose; no server_id is -1; an unknown
+    // attribute on an f_item is ignored; type words are exact and lower case.
+    EXPECT_EQ(rows(c.files, c.filecount),
+              (Rows{"0,0,1,intro.mp4,1048576,/v,0123", "1,1,-1,logo.png,4096,,", "2,2,2,menu.html,0,,",
+                    "3,-1,-1,,0,,", "4,-1,-1,,0,,", "5,-1,-1,,0,,"}));
 
     ASSERT_EQ(c.plcount, 2);
-    EXPECT_EQ(c.playlists[0].pindex, 0);
-    EXPECT_STREQ(c.playlists[0].name, "Morning");
-    ASSERT_EQ(c.playlists[0].itemCount, 3);
-    EXPECT_EQ(c.playlists[0].PlItems[0].type, 0);
-    EXPECT_EQ(c.playlists[0].PlItems[0].duration, 30);
-    EXPECT_EQ(c.playlists[0].PlItems[1].type, 1);
-    EXPECT_EQ(c.playlists[0].PlItems[1].findex, 1);
-    EXPECT_EQ(c.playlists[0].PlItems[2].type, 0);  // defaults
-    EXPECT_EQ(c.playlists[0].PlItems[2].findex, -1);
-    EXPECT_EQ(c.playlists[0].PlItems[2].duration, 0);
+    EXPECT_EQ(fields(c.playlists[0].pindex, c.playlists[0].name, c.playlists[1].pindex, c.playlists[1].name),
+              "0,Morning,1,Evening");
+    EXPECT_EQ(rows(c.playlists[0].PlItems, c.playlists[0].itemCount), (Rows{"0,0,30", "1,1,10", "0,-1,0"}));
     EXPECT_EQ(c.playlists[1].itemCount, 0);
 
     const DRAVIK_SCHEDULE& s = c.schedule;
-    EXPECT_EQ(s.defaultpl_index, 1);
-    EXPECT_EQ(s.defaultlo_index, 0);
-    ASSERT_EQ(s.itemCount, 1);
-    EXPECT_EQ(s.schedItems[0].pindex, 0);
-    EXPECT_STREQ(s.schedItems[0].stime, "2026-01-01T00:00:00");
-    EXPECT_STREQ(s.schedItems[0].etime, "2026-12-31T23:59:59");
-    ASSERT_EQ(s.schedItems[0].dayItemCount, 3);
-    const DAY_ITEM* d = s.schedItems[0].dayItems;
-    EXPECT_EQ(d[0].day, 1);
-    EXPECT_EQ(d[0].mode, 1);
-    EXPECT_EQ(d[0].time_of_day, 27000);
-    EXPECT_EQ(d[1].day, 1);
-    EXPECT_EQ(d[1].mode, 0);
-    EXPECT_EQ(d[1].time_of_day, 19 * 3600 + 5 * 60);
-    EXPECT_EQ(d[2].day, 0);  // defaults
-    EXPECT_EQ(d[2].mode, 1);
-    EXPECT_EQ(d[2].time_of_day, 0);
+    ASSERT_EQ(fields(s.defaultpl_index, s.defaultlo_index, s.itemCount), "1,0,1");
+    const SCHEDULE_ITEM& item = s.schedItems[0];
+    EXPECT_EQ(fields(item.pindex, item.lindex, item.stime, item.etime), "0,2,2026-01-01T00:00:00,2026-12-31T23:59:59");
+    EXPECT_EQ(rows(item.dayItems, item.dayItemCount), (Rows{"1,1,27000", "1,0,68700", "0,1,0"}));
 
-    ASSERT_EQ(c.layoutcount, 1);
+    ASSERT_EQ(c.layoutcount, 2);
     const DRAVIK_LAYOUT& lo = c.layouts[0];
-    EXPECT_EQ(lo.lindex, 3);
-    EXPECT_STREQ(lo.name, "Split");
-    EXPECT_EQ(lo.va1080p.x, 10);
-    EXPECT_EQ(lo.va1080p.height, 720);
-    EXPECT_EQ(lo.va720p.width, 1280);  // untouched: the default
-    EXPECT_EQ(lo.va720p.height, 720);
-    EXPECT_EQ(lo.vaPct.x, 5);
-    EXPECT_EQ(lo.vaPct.width, 50);
-    EXPECT_EQ(lo.vaPct.height, 100);
-    ASSERT_EQ(lo.fileCount, 2);
-    EXPECT_EQ(lo.layoutFiles[1].findex, 2);
-    EXPECT_EQ(lo.layoutFiles[1].type, 2);
-    ASSERT_EQ(lo.plItemCount, 1);
-    EXPECT_STREQ(lo.layoutPLItems[0].url, "http://ticker.example");
-    EXPECT_EQ(lo.layoutPLItems[0].dur, 60);
-}
-
-TEST_F(ContentParser, DefaultsOfAMinimalDocument)
-{
-    // No schedule, a layout without video areas.
-    ASSERT_EQ(parse("<content id='x'><layout/></content>"), 0);
-    EXPECT_EQ(c.schedule.defaultpl_index, -1);
-    EXPECT_EQ(c.schedule.defaultlo_index, -1);
-    EXPECT_EQ(c.schedule.itemCount, 0);
-    ASSERT_EQ(c.layoutcount, 1);
-    const DRAVIK_LAYOUT& lo = c.layouts[0];
-    EXPECT_EQ(lo.va1080p.width, 1920);
-    EXPECT_EQ(lo.va1080p.height, 1080);
-    EXPECT_EQ(lo.va720p.width, 1280);
-    EXPECT_EQ(lo.va720p.height, 720);
-    EXPECT_EQ(lo.vaPct.width, 100);
-    EXPECT_EQ(lo.vaPct.height, 100);
-    EXPECT_EQ(lo.va1080p.x + lo.va1080p.y + lo.vaPct.x + lo.va720p.y, 0);
-
-    // An empty file is an empty document.
-    ASSERT_EQ(parse(""), 0);
-    EXPECT_EQ(dA_IsContentValid(), 1);
-    EXPECT_STREQ(c.id, "");
-    EXPECT_EQ(c.plcount + c.filecount + c.servercount + c.layoutcount, 0);
-}
-
-TEST_F(ContentParser, MediaTypeWords)
-{
-    EXPECT_EQ(ConvertMediaType("video"), 0);
-    EXPECT_EQ(ConvertMediaType("vid"), 0);
-    EXPECT_EQ(ConvertMediaType("image"), 1);
-    EXPECT_EQ(ConvertMediaType("img"), 1);
-    EXPECT_EQ(ConvertMediaType("html"), 2);
-    EXPECT_EQ(ConvertMediaType("VIDEO"), -1);
-    EXPECT_EQ(ConvertMediaType(""), -1);
-    // Through a document the word is cut to nine characters first.
-    ASSERT_EQ(parse("<content><files><f_item type='VIDEO'/><f_item type='videovideo'/>"
-                    "<f_item type='htm'/></files></content>"),
-              0);
-    EXPECT_EQ(c.files[0].type, -1);
-    EXPECT_EQ(c.files[1].type, -1);
-    EXPECT_EQ(c.files[2].type, -1);
+    EXPECT_EQ(fields(lo.lindex, lo.name), "3,Split");
+    // An area left out, and the fields an area leaves out, keep their defaults.
+    EXPECT_EQ(fields(row(lo.va1080p), row(lo.va720p), row(lo.vaPct)), "10,20,1280,720,0,0,1280,720,5,0,50,100");
+    const DRAVIK_LAYOUT& bare = c.layouts[1];
+    EXPECT_EQ(fields(row(bare.va1080p), row(bare.va720p), row(bare.vaPct)), "0,0,1920,1080,0,0,1280,720,0,0,100,100");
+    EXPECT_EQ(rows(lo.layoutFiles, lo.fileCount), (Rows{"1,1", "2,2"}));
+    EXPECT_EQ(rows(lo.layoutPLItems, lo.plItemCount), (Rows{"http://ticker.example,60"}));
 }
 
 // Strict where it matters to the server's documents, lenient elsewhere.
@@ -210,30 +135,32 @@ TEST_F(ContentParser, StrictnessOfEachSection)
     for (const char* doc : {"<content><playlist>", "<content><files><f_item>", "<content><schedule><sched_item>",
                             "<content><servers>", "<content><layout><layout_files>", "<content><layout>",
                             "<content><extra>", "<content><layout><layout_playlist><lo_pl_item>",
-                            "<content><schedule><sched_item><day_item>", "<content id='a"})
+                            "<content><schedule><sched_item><day_item>", "<content id='a", "<content></c"})
         EXPECT_EQ(parse(doc), -1) << doc;
-    EXPECT_EQ(parse("<content></c"), -1);
     EXPECT_EQ(dA_ParseContent("/tmp/no-such-file.xml"), -1);
     EXPECT_EQ(dA_ParseContent("/tmp"), -1);  // a directory is unreadable, not empty
     EXPECT_EQ(dA_IsContentValid(), 0);
 }
 
 // An unknown element is skipped up to the first end tag of its name, so one nested in
-// a namesake ends the skip early and the rest is read at the top level.
+// a namesake ends the skip early and the rest is read at the top level. Only a root
+// named `content` is read into: any other is skipped like the rest, leaving a valid,
+// empty content with the schedule's defaults, as an empty file does.
 TEST_F(ContentParser, UnknownElementsAreSkippedToTheFirstEndTagOfTheirName)
 {
-    ASSERT_EQ(parse("<content><extra><playlist/></extra>"
+    ASSERT_EQ(parse("<content><extra><b/><playlist pindex='8'/></extra>"
                     "<extra><extra></extra><playlist pindex='7'></playlist>text</extra>"
                     "<empty/><servers><server_item id='3'/></servers></content>"),
               0);
-    ASSERT_EQ(c.plcount, 1);
-    EXPECT_EQ(c.playlists[0].pindex, 7);
-    EXPECT_EQ(c.servercount, 1);
-
-    // Only a root named `content` is read into: any other is skipped like the rest.
-    ASSERT_EQ(parse("<document id='d'><playlist/></document>"), 0);
-    EXPECT_STREQ(c.id, "");
-    EXPECT_EQ(c.plcount, 0);
+    EXPECT_EQ(fields(c.plcount, c.playlists[0].pindex, c.servercount), "1,7,1");
+    for (const char* doc : {"<document id='d'><playlist/><schedule default_pindex='1'/></document>", ""}) {
+        ASSERT_EQ(parse(doc), 0) << doc;
+        EXPECT_EQ(dA_IsContentValid(), 1);
+        const DRAVIK_SCHEDULE& s = c.schedule;
+        EXPECT_EQ(fields(c.id, c.plcount, c.filecount, c.servercount, c.layoutcount, s.defaultpl_index,
+                         s.defaultlo_index, s.itemCount),
+                  ",0,0,0,0,-1,-1,0") << doc;
+    }
 }
 
 // Fields the document leaves out keep what was there before: the slot's old value for
@@ -246,98 +173,67 @@ TEST_F(ContentParser, StaleFieldsAreNotReset)
               0);
     ASSERT_EQ(parse("<content><files><f_item/><f_item/><f_item/></files>"
                     "<schedule><sched_item/></schedule>"
-                    "<layout><layout_files><lo_file/><lo_file findex='4' type='img'/>"
-                    "<lo_file/></layout_files>"
+                    "<layout><layout_files><lo_file/><lo_file findex='4' type='img'/><lo_file/></layout_files>"
                     "<layout_playlist><lo_pl_item/><lo_pl_item url='u' dur='9'/><lo_pl_item/>"
                     "</layout_playlist></layout>"
                     "<layout><layout_files><lo_file/></layout_files>"
                     "<layout_playlist><lo_pl_item dur='1'/></layout_playlist></layout></content>"),
               0);
     EXPECT_STREQ(c.name, "first");
-    ASSERT_EQ(c.filecount, 3);
-    EXPECT_EQ(c.files[0].findex, 5);
-    EXPECT_EQ(c.files[1].findex, 6);
-    EXPECT_EQ(c.files[2].findex, 0);
-    EXPECT_STREQ(c.schedule.schedItems[0].stime, "s1");
-    EXPECT_STREQ(c.schedule.schedItems[0].etime, "e1");
-    EXPECT_EQ(c.schedule.schedItems[0].pindex, -1);  // reset: defaults
+    EXPECT_EQ(fields(c.filecount, c.files[0].findex, c.files[1].findex, c.files[2].findex), "3,5,6,0");
+    const SCHEDULE_ITEM& item = c.schedule.schedItems[0];
+    EXPECT_EQ(fields(item.stime, item.etime, item.pindex), "s1,e1,-1");  // the index is reset
 
     ASSERT_EQ(c.layoutcount, 2);
     const DRAVIK_LAYOUT& a = c.layouts[0];
-    ASSERT_EQ(a.fileCount, 3);
-    EXPECT_EQ(a.layoutFiles[0].findex, 0);
-    EXPECT_EQ(a.layoutFiles[0].type, 0);
-    EXPECT_EQ(a.layoutFiles[2].findex, 4);
-    EXPECT_EQ(a.layoutFiles[2].type, 1);
-    ASSERT_EQ(a.plItemCount, 3);
-    EXPECT_STREQ(a.layoutPLItems[0].url, "");
-    EXPECT_EQ(a.layoutPLItems[0].dur, 0);
-    EXPECT_STREQ(a.layoutPLItems[2].url, "u");
-    EXPECT_EQ(a.layoutPLItems[2].dur, 9);
     const DRAVIK_LAYOUT& b = c.layouts[1];
-    EXPECT_EQ(b.layoutFiles[0].findex, 0);
-    EXPECT_STREQ(b.layoutPLItems[0].url, "");
-    EXPECT_EQ(b.layoutPLItems[0].dur, 1);
+    EXPECT_EQ(rows(a.layoutFiles, a.fileCount), (Rows{"0,0", "4,1", "4,1"}));
+    EXPECT_EQ(rows(a.layoutPLItems, a.plItemCount), (Rows{",0", "u,9", "u,9"}));
+    EXPECT_EQ(rows(b.layoutFiles, b.fileCount), (Rows{"0,0"}));
+    EXPECT_EQ(rows(b.layoutPLItems, b.plItemCount), (Rows{",1"}));
 }
-
-std::string pl_item(int i) { return "<pl_item findex='" + std::to_string(i) + "'/>"; }
-std::string playlist(int i) { return "<playlist pindex='" + std::to_string(i) + "'/>"; }
-std::string f_item(int i) { return "<f_item findex='" + std::to_string(i) + "'/>"; }
-std::string server(int i) { return "<server_item id='" + std::to_string(i) + "'/>"; }
-std::string layout(int i) { return "<layout lindex='" + std::to_string(i) + "'/>"; }
-std::string lo_file(int i) { return "<lo_file findex='" + std::to_string(i) + "'/>"; }
-std::string lo_pl_item(int i) { return "<lo_pl_item dur='" + std::to_string(i) + "'/>"; }
-std::string day_item(int i) { return "<day_item time='" + std::to_string(i) + ":00'/>"; }
-std::string sched_item(int i) { return "<sched_item pindex='" + std::to_string(i) + "'/>"; }
 
 // Entries beyond an array are read and dropped: the count stays at the capacity and the
 // entries around are untouched. The item past a full playlist, schedule or schedule
 // item also ends that section.
 TEST_F(ContentParser, EntriesBeyondTheCapacityAreDropped)
 {
-    ASSERT_EQ(parse("<content>" + times(12, playlist) + "<files>" + times(203, f_item) + "</files>" +
-                    "<servers>" + times(6, server) + "</servers>" + times(11, layout) + "</content>"),
+    ASSERT_EQ(parse("<content>" + repeat(12, "<playlist pindex='#'/>") + "<files>" +
+                    repeat(203, "<f_item findex='#'/>") + "</files><servers>" + repeat(6, "<server_item id='#'/>") +
+                    "</servers>" + repeat(11, "<layout lindex='#'/>") + "</content>"),
               0);
-    EXPECT_EQ(c.plcount, 10);
-    EXPECT_EQ(c.playlists[9].pindex, 9);
-    EXPECT_EQ(c.filecount, 200);
-    EXPECT_EQ(c.files[199].findex, 199);
-    EXPECT_EQ(c.servercount, 4);
-    EXPECT_EQ(c.servers[3].id, 3);
-    EXPECT_EQ(c.layoutcount, 10);
-    EXPECT_EQ(c.layouts[9].lindex, 9);
+    EXPECT_EQ(fields(c.plcount, c.playlists[9].pindex, c.filecount, c.files[199].findex), "10,9,200,199");
+    EXPECT_EQ(fields(c.servercount, c.servers[3].id, c.layoutcount, c.layouts[9].lindex), "4,3,10,9");
 
-    // 102 items: the 101st ends the playlist, the 102nd is an unknown element at the
-    // top level; the next playlist is read as usual.
-    ASSERT_EQ(parse("<content><playlist pindex='0'>" + times(102, pl_item) + "</playlist>" +
-                    "<playlist pindex='1'>" + pl_item(7) + "</playlist></content>"),
+    // 102 items: the 101st ends the playlist, so the rest of it is read at the top
+    // level, where the 102nd is an unknown element and the servers count.
+    ASSERT_EQ(parse("<content><playlist pindex='0'>" + repeat(102, "<pl_item findex='#'/>") +
+                    "<servers><server_item/></servers></playlist>"
+                    "<playlist pindex='1'><pl_item findex='7'/></playlist></content>"),
               0);
-    ASSERT_EQ(c.plcount, 2);
-    EXPECT_EQ(c.playlists[0].itemCount, 100);
-    EXPECT_EQ(c.playlists[0].PlItems[99].findex, 99);
-    EXPECT_EQ(c.playlists[1].pindex, 1);
-    ASSERT_EQ(c.playlists[1].itemCount, 1);
-    EXPECT_EQ(c.playlists[1].PlItems[0].findex, 7);
+    ASSERT_EQ(fields(c.plcount, c.servercount), "2,1");
+    const DRAVIK_PLAYLIST& p = c.playlists[1];
+    EXPECT_EQ(fields(c.playlists[0].itemCount, c.playlists[0].PlItems[99].findex), "100,99");
+    EXPECT_EQ(fields(p.pindex, p.itemCount, p.PlItems[0].findex), "1,1,7");
 
-    // 30 day entries: the 29th ends its schedule item, which still counts; the 30th is
-    // then read at the schedule level and ignored. 12 schedule items: the 11th ends
-    // the schedule.
-    ASSERT_EQ(parse("<content><schedule default_pindex='2'><sched_item pindex='0'>" + times(30, day_item) +
-                    "</sched_item>" + times(11, sched_item) + "</schedule>"
-                    "<layout lindex='1'><layout_files>" + times(21, lo_file) + "</layout_files>"
-                    "<layout_playlist>" + times(5, lo_pl_item) + "</layout_playlist></layout></content>"),
+    // 30 day entries: the 29th ends its schedule item, which still counts, and the rest
+    // of it (the 30th, a nested sched_item) is read at the schedule level. 12 schedule
+    // items: the 11th ends the schedule, and the rest of it is read at the top level.
+    ASSERT_EQ(parse("<content><schedule default_pindex='2'><sched_item pindex='0'>" +
+                    repeat(30, "<day_item time='#:00'/>") + "<sched_item pindex='7'/></sched_item>" +
+                    repeat(10, "<sched_item pindex='#'/>") + "<servers><server_item/></servers></schedule>"
+                    "<layout lindex='1'><layout_files>" + repeat(21, "<lo_file findex='#'/>") +
+                    "</layout_files><layout_playlist>" + repeat(5, "<lo_pl_item dur='#'/>") +
+                    "</layout_playlist></layout></content>"),
               0);
     const DRAVIK_SCHEDULE& s = c.schedule;
-    EXPECT_EQ(s.defaultpl_index, 2);
-    ASSERT_EQ(s.itemCount, 10);
-    EXPECT_EQ(s.schedItems[0].dayItemCount, 28);
-    EXPECT_EQ(s.schedItems[0].dayItems[27].time_of_day, 27 * 3600);
-    EXPECT_EQ(s.schedItems[1].pindex, 0);
-    EXPECT_EQ(s.schedItems[9].pindex, 8);
-    EXPECT_EQ(c.layouts[0].fileCount, 20);
-    EXPECT_EQ(c.layouts[0].layoutFiles[19].findex, 19);
-    EXPECT_EQ(c.layouts[0].plItemCount, 4);
-    EXPECT_EQ(c.layouts[0].layoutPLItems[3].dur, 3);
+    const SCHEDULE_ITEM& first = s.schedItems[0];
+    EXPECT_EQ(fields(s.defaultpl_index, s.itemCount, first.dayItemCount, first.dayItems[27].time_of_day),
+              "2,10,28,97200");
+    EXPECT_EQ(fields(s.schedItems[1].pindex, s.schedItems[2].pindex, s.schedItems[9].pindex, c.servercount),
+              "7,0,7,1");
+    const DRAVIK_LAYOUT& lo = c.layouts[0];
+    EXPECT_EQ(fields(lo.fileCount, lo.layoutFiles[19].findex, lo.plItemCount, lo.layoutPLItems[3].dur), "20,19,4,3");
 }
 
 }  // namespace
