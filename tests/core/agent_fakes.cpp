@@ -1,7 +1,5 @@
 #include "core/agent_fakes.h"
 
-#include <cstring>
-
 #include "actions/config.h"
 #include "actions/version.h"
 #include "content/current_item.h"
@@ -24,8 +22,6 @@ int log_timer;
 int inf_result;
 int check_version_result;
 int configured_call_home_timer;
-bool config_saved;
-bool content_saved;
 
 void reset()
 {
@@ -34,12 +30,7 @@ void reset()
     command_file_fetched = true;
     auto_mode = 1;
     auto_next_seconds = 100;
-    log_timer = 0;
-    inf_result = 0;
-    check_version_result = 0;
-    configured_call_home_timer = 0;
-    config_saved = false;
-    content_saved = false;
+    log_timer = inf_result = check_version_result = configured_call_home_timer = 0;
 }
 }  // namespace fakes
 
@@ -53,31 +44,19 @@ char g_saved_content_id[39];
 PLAYER_STATE gPlayerState;
 char check_version_line[257];
 
-namespace {
-DRAVIK_CONFIGURATION_CH parsed_config;
-DRAVIK_CONTENT parsed_content;
-}  // namespace
-
 void dA_Initialize(void) { trace.push_back("dA_Initialize"); }
 int dA_ParseConfigurationCH(const char* path)
 {
     trace.push_back(std::string("dA_ParseConfigurationCH ") + path);
-    if (!fakes::config_saved) return -1;
-    parsed_config = {};
-    std::strcpy(parsed_config.id, "cfg-1");
-    parsed_config.autoOnOffEnable = 1;
-    return 0;
+    return -1;
 }
-DRAVIK_CONFIGURATION_CH* dA_ConfigurationCH(void) { return &parsed_config; }
+DRAVIK_CONFIGURATION_CH* dA_ConfigurationCH(void) { return nullptr; }
 int dA_ParseContent(const char* path)
 {
     trace.push_back(std::string("dA_ParseContent ") + path);
-    if (!fakes::content_saved) return -1;
-    parsed_content = {};
-    std::strcpy(parsed_content.id, "content-7");
-    return 0;
+    return -1;
 }
-DRAVIK_CONTENT* dA_Content(void) { return &parsed_content; }
+DRAVIK_CONTENT* dA_Content(void) { return nullptr; }
 
 void download_init(void) { trace.push_back("download_init"); }
 int download_in_progress(void) { return fakes::download_running ? 1 : 0; }

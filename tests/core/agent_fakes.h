@@ -1,7 +1,7 @@
 #pragma once
 // Link-time stand-ins for everything the main loop calls outside the agent core, so a
 // test sees which subsystem a pass served, in which order and with what. The core
-// itself (timer, control channel, seam) is the real one.
+// itself (timer, control channel, seam) is the real one, and no saved document parses.
 #include <string>
 #include <vector>
 
@@ -16,9 +16,7 @@ extern int auto_next_seconds;     // ... and its out-parameter
 extern int log_timer;             // compute_log_timer() result
 extern int inf_result;            // check_inf_file()
 extern int check_version_result;  // process_check_version()
-extern int configured_call_home_timer;  // what load_call_home_config arms
-extern bool config_saved;         // dA_ParseConfigurationCH succeeds
-extern bool content_saved;        // dA_ParseContent succeeds
+extern int configured_call_home_timer;  // what load_call_home_config arms, if not 0
 
 void reset();
 
