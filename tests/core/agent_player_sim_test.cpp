@@ -163,7 +163,7 @@ TEST_F(AgentWithPlayerSim, UnknownIdCostsASecondAndOtherTypesAreNotTaken)
     notify(sim, "98");
     // player-sim takes every message but notifications from this queue: with it gone, an
     // answer or a message the agent left would still be there.
-    sim.process().stop();
+    sim.stop();
 
     agent_main_loop_pass();
     EXPECT_THAT(platform.sleeps(), ElementsAre(1u));
@@ -199,7 +199,7 @@ TEST_F(AgentWithPlayerSim, SilentBridgeHoldsTheAgentUntilItsReplyQueueGoes)
     EXPECT_THAT(sim.lines("send key=1236"), IsEmpty());
 
     // The bridge going away does not free the agent either: there is no time limit.
-    sim.process().stop(SIGKILL);
+    sim.stop(SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_FALSE(returned);
     // Only the end of the reply queue itself ends the wait, with an empty reply.
