@@ -44,72 +44,65 @@ char g_saved_content_id[39];
 PLAYER_STATE gPlayerState;
 char check_version_line[257];
 
-void dA_Initialize(void) { trace.push_back("dA_Initialize"); }
+namespace {
+int traced(const std::string& call, int result = 0)
+{
+    trace.push_back(call);
+    return result;
+}
+}  // namespace
+
+void dA_Initialize(void) { traced("dA_Initialize"); }
 int dA_ParseConfigurationCH(const char* path)
 {
-    trace.push_back(std::string("dA_ParseConfigurationCH ") + path);
-    return -1;
+    return traced(std::string("dA_ParseConfigurationCH ") + path, -1);
 }
 DRAVIK_CONFIGURATION_CH* dA_ConfigurationCH(void) { return nullptr; }
-int dA_ParseContent(const char* path)
-{
-    trace.push_back(std::string("dA_ParseContent ") + path);
-    return -1;
-}
+int dA_ParseContent(const char* path) { return traced(std::string("dA_ParseContent ") + path, -1); }
 DRAVIK_CONTENT* dA_Content(void) { return nullptr; }
 
-void download_init(void) { trace.push_back("download_init"); }
+void download_init(void) { traced("download_init"); }
 int download_in_progress(void) { return fakes::download_running ? 1 : 0; }
-void process_download_check(void) { trace.push_back("process_download_check"); }
+void process_download_check(void) { traced("process_download_check"); }
 int get_command_file(const char* server, const char*, const char* destfile)
 {
-    trace.push_back(std::string("get_command_file ") + server + " " + destfile);
-    return fakes::command_file_fetched ? 1 : 0;
+    return traced(std::string("get_command_file ") + server + " " + destfile,
+                  fakes::command_file_fetched ? 1 : 0);
 }
 
-void player_state_clear(PLAYER_STATE*) { trace.push_back("player_state_clear"); }
-void process_content_check(DRAVIK_CONTENT*) { trace.push_back("process_content_check"); }
+void player_state_clear(PLAYER_STATE*) { traced("player_state_clear"); }
+void process_content_check(DRAVIK_CONTENT*) { traced("process_content_check"); }
 void process_post_status(const char*, const char*, DRAVIK_CONTENT*, PLAYER_STATE*)
 {
-    trace.push_back("process_post_status");
+    traced("process_post_status");
 }
+void process_cleanup(DRAVIK_CONTENT*) { traced("process_cleanup"); }
 
 int getAutoOnOffMode(DRAVIK_CONFIGURATION_CH*, int* next_seconds)
 {
-    trace.push_back("getAutoOnOffMode");
     *next_seconds = fakes::auto_next_seconds;
-    return fakes::auto_mode;
+    return traced("getAutoOnOffMode", fakes::auto_mode);
 }
-void stop_all_play(void) { trace.push_back("stop_all_play"); }
+void stop_all_play(void) { traced("stop_all_play"); }
 int compute_log_timer(DRAVIK_CONFIGURATION_CH*, int first_time, char*)
 {
-    trace.push_back("compute_log_timer " + std::to_string(first_time));
-    return fakes::log_timer;
+    return traced("compute_log_timer " + std::to_string(first_time), fakes::log_timer);
 }
-void transfer_log_file(DRAVIK_CONFIGURATION_CH*) { trace.push_back("transfer_log_file"); }
-int check_inf_file(void)
-{
-    trace.push_back("check_inf_file");
-    return fakes::inf_result;
-}
+void transfer_log_file(DRAVIK_CONFIGURATION_CH*) { traced("transfer_log_file"); }
+int check_inf_file(void) { return traced("check_inf_file", fakes::inf_result); }
 int process_check_version(char* line)
 {
-    trace.push_back(std::string("process_check_version ") + line);
-    return fakes::check_version_result;
+    return traced(std::string("process_check_version ") + line, fakes::check_version_result);
 }
-
-void process_cleanup(DRAVIK_CONTENT*) { trace.push_back("process_cleanup"); }
 
 int load_call_home_config(const char* filename, int override_interval, int initial_config_load)
 {
-    trace.push_back(std::string("load_call_home_config ") + filename + " " +
-                    std::to_string(override_interval) + " " +
-                    std::to_string(initial_config_load));
     if (fakes::configured_call_home_timer) call_home_timer = fakes::configured_call_home_timer;
-    return 1;
+    return traced(std::string("load_call_home_config ") + filename + " " +
+                      std::to_string(override_interval) + " " + std::to_string(initial_config_load),
+                  1);
 }
 int parse_action_file(const char* filename)
 {
-    trace.push_back(std::string("parse_action_file ") + filename);
-    return 1;
+    return traced(std::string("parse_action_file ") + filename, 1);
 }

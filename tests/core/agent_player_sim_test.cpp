@@ -26,7 +26,8 @@ using ::testing::SizeIs;
 
 namespace {
 
-constexpr const char* kMacQuery = "recv key=1235 type=770 len=2048 text=\"1.3.6.1.4.1.58321.3.1.8.0\"";
+constexpr const char* kMacQuery =
+    "recv key=1235 type=770 len=2048 text=\"1.3.6.1.4.1.58321.3.1.8.0\"";
 constexpr const char* kConfDone = "recv key=1240 type=30 len=64 cmmd=93 name=USB_CONF_DONE";
 constexpr const char* kUpdate = "load_call_home_config /tmp/temp_USB.CONF";
 

