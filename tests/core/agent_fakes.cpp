@@ -7,10 +7,20 @@
 #include "content/status.h"
 #include "core/action_file.h"
 #include "core/timer.h"
+#include "core/usb_xapp.h"
 #include "download/download.h"
 #include "download/wget.h"
 #include "storage/cleanup.h"
+#include "support/queues.h"
 #include "xml/dravikAPI.h"
+
+// Globals owned by the subsystems the fakes stand in for.
+DRAVIK_CONFIGURATION_CH currentCHConfig;
+int AutoOnOffMode;
+DRAVIK_CONTENT currentContent;
+char g_saved_content_id[39];
+PLAYER_STATE gPlayerState;
+char check_version_line[257];
 
 namespace fakes {
 std::vector<std::string> trace;
@@ -31,18 +41,24 @@ void reset()
     auto_mode = 1;
     auto_next_seconds = 100;
     log_timer = inf_result = check_version_result = configured_call_home_timer = 0;
+
+    for (auto* word : {&initiate_call_home, &initiate_content_check, &initiate_auto_on_off,
+                       &initiate_send_log, &initiate_reboot, &initiate_post_status,
+                       &initiate_download_check, &initiate_cleanup, &initiate_call_home_pending,
+                       &initiate_send_log_pending, &initiate_post_status_pending,
+                       &initiate_cleanup_pending, &call_home_timer, &auto_on_off_timer,
+                       &content_check_timer, &download_check_timer, &send_log_timer,
+                       &post_status_timer, &reboot_time, &timer_stopped})
+        *word = 0;
+    call_home_interval = 0;
+    currentCHConfig = {};
+    AutoOnOffMode = 1;
+    for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
+        queues::drain(key);
 }
 }  // namespace fakes
 
 using fakes::trace;
-
-// Globals owned by the subsystems the fakes stand in for.
-DRAVIK_CONFIGURATION_CH currentCHConfig;
-int AutoOnOffMode;
-DRAVIK_CONTENT currentContent;
-char g_saved_content_id[39];
-PLAYER_STATE gPlayerState;
-char check_version_line[257];
 
 namespace {
 int traced(const std::string& call, int result = 0)

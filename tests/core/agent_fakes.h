@@ -18,6 +18,9 @@ extern int inf_result;            // check_inf_file()
 extern int check_version_result;  // process_check_version()
 extern int configured_call_home_timer;  // what load_call_home_config arms, if not 0
 
+// The fakes to their defaults; every flag and countdown, the call-home interval and
+// timer_stopped to 0, the configuration empty and the display on; the agent's queues
+// drained.
 void reset();
 
 }  // namespace fakes

@@ -19,16 +19,6 @@ using ::testing::IsEmpty;
 
 namespace {
 
-std::atomic<int>* const kAllFlags[] = {
-    &initiate_call_home,         &initiate_content_check,    &initiate_auto_on_off,
-    &initiate_send_log,          &initiate_reboot,           &initiate_post_status,
-    &initiate_download_check,    &initiate_cleanup,          &initiate_call_home_pending,
-    &initiate_send_log_pending,  &initiate_post_status_pending, &initiate_cleanup_pending};
-std::atomic<int>* const kCountdowns[] = {&call_home_timer,     &auto_on_off_timer,
-                                         &content_check_timer, &download_check_timer,
-                                         &send_log_timer,      &post_status_timer,
-                                         &reboot_time};
-
 constexpr const char* kFetch = "get_command_file http://cms.example /tmp/callhome.lst";
 
 class AgentLoop : public ::testing::Test {
@@ -36,14 +26,7 @@ protected:
     void SetUp() override
     {
         fakes::reset();
-        for (auto* f : kAllFlags) *f = 0;
-        for (auto* c : kCountdowns) *c = 0;
-        call_home_interval = 0;
-        timer_stopped = 0;
-        currentCHConfig = {};
-        AutoOnOffMode = 1;
         std::strcpy(call_home_address, "http://cms.example");
-        for (int key : {kBridgeRequestKey, kBridgeReplyKey}) queues::drain(key);
     }
 
     FakePlatform platform;

@@ -36,11 +36,6 @@ protected:
     void SetUp() override
     {
         fakes::reset();
-        call_home_timer = 0;
-        call_home_interval = 0;
-        timer_stopped = 0;
-        for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
-            queues::drain(key);
     }
 
     // Start-up against the running player-sim; the timer thread it starts parks.
@@ -51,17 +46,13 @@ protected:
         fakes::trace.clear();
     }
 
-    // Has player-sim send a notification, and waits until it is on the queue.
-    static void notify(PlayerSim& sim, const std::string& what, const char* media = "0")
+    // Has player-sim send a notification, waits until it is on the queue, and lets the
+    // agent make one pass.
+    static void notify_and_pass(PlayerSim& sim, const std::string& what, const char* media = "0")
     {
         std::size_t before = sim.lines("send key=1240 type=31").size();
         ASSERT_EQ(PlayerSim::command({"--notify", what, "--media", media}), 0);
         ASSERT_TRUE(sim.wait_for("send key=1240 type=31", before + 1));
-    }
-    // ... and lets the agent make one pass.
-    static void notify_and_pass(PlayerSim& sim, const std::string& what, const char* media = "0")
-    {
-        notify(sim, what, media);
         agent_main_loop_pass();
     }
 
@@ -103,24 +94,6 @@ TEST_F(AgentWithPlayerSim, StartUpTakesTheMacAddressFromThePlayerAndArmsTheCount
     EXPECT_EQ(reboot_time, 43200);   // 12:00 UTC: to the next midnight
 }
 
-TEST_F(AgentWithPlayerSim, UsbCopyStopsTheCallHomeCountdownUntilItIsDone)
-{
-    PlayerSim sim;
-    start_up();
-    call_home_interval = 600;
-    call_home_timer = 42;
-
-    notify_and_pass(sim, "copy-done");  // without a start: nothing
-    EXPECT_EQ(call_home_timer, 42);
-    notify_and_pass(sim, "copy-start");
-    EXPECT_EQ(timer_stopped, 1);
-    EXPECT_EQ(call_home_timer, 0);
-    notify_and_pass(sim, "copy-done");
-    EXPECT_EQ(timer_stopped, 0);
-    EXPECT_EQ(call_home_timer, 600);
-    EXPECT_THAT(platform.sleeps(), ElementsAre(1u, 1u, 1u));
-}
-
 TEST_F(AgentWithPlayerSim, ConfigurationUpdateIsAnsweredWithConfDone)
 {
     PlayerSim sim;
@@ -155,21 +128,30 @@ TEST_F(AgentWithPlayerSim, ConfigurationUpdateIsAnsweredWithConfDone)
     expect_reboot(sim, 2);
 }
 
-TEST_F(AgentWithPlayerSim, UnknownIdCostsASecondAndOtherTypesAreNotTaken)
+TEST_F(AgentWithPlayerSim, UsbCopyStopsCallsHomeAndOtherNotificationsCostASecond)
 {
     PlayerSim sim;
     start_up();
     call_home_interval = 600;
     call_home_timer = 42;
-    notify(sim, "98");
-    // player-sim takes every message but notifications from this queue: with it gone, an
+
+    notify_and_pass(sim, "copy-done");  // without a start: nothing
+    EXPECT_EQ(call_home_timer, 42);
+    notify_and_pass(sim, "copy-start");
+    EXPECT_EQ(timer_stopped, 1);
+    EXPECT_EQ(call_home_timer, 0);
+    notify_and_pass(sim, "copy-done");
+    EXPECT_EQ(timer_stopped, 0);
+    EXPECT_EQ(call_home_timer, 600);
+
+    notify_and_pass(sim, "98");  // an unknown id
+    EXPECT_THAT(platform.sleeps(), ElementsAre(1u, 1u, 1u, 1u));
+    EXPECT_THAT(fakes::trace, IsEmpty());
+    // player-sim takes every message but notifications from this queue. With it gone, an
     // answer or a message the agent left would still be there.
     sim.stop();
-
-    agent_main_loop_pass();
-    EXPECT_THAT(platform.sleeps(), ElementsAre(1u));
-    EXPECT_THAT(fakes::trace, IsEmpty());
-    EXPECT_EQ(queues::count(kNotifyQueueKey), 0) << "taken, and not answered";
+    EXPECT_THAT(sim.lines("key=1240 type=30"), IsEmpty()) << "an unknown id is not answered";
+    EXPECT_EQ(queues::count(kNotifyQueueKey), 0);
 
     // A USB copy start of type 32 is no notification: it stays for whoever it is meant for.
     std::string text(kUsbMsgTextSize, '\0');
@@ -178,9 +160,8 @@ TEST_F(AgentWithPlayerSim, UnknownIdCostsASecondAndOtherTypesAreNotTaken)
     ASSERT_TRUE(queues::post(kNotifyQueueKey, 32, text));
     agent_main_loop_pass();
     EXPECT_EQ(timer_stopped, 0);
-    EXPECT_EQ(call_home_timer, 42);
-    EXPECT_THAT(platform.sleeps(), ElementsAre(1u, 1u));
     EXPECT_EQ(queues::count(kNotifyQueueKey), 1);
+    EXPECT_EQ(platform.sleeps().size(), 5u);
 }
 
 TEST_F(AgentWithPlayerSim, SilentBridgeHoldsTheAgentUntilItsReplyQueueGoes)
