@@ -36,17 +36,12 @@ public:
     PlayerSim(const PlayerSim&) = delete;
     PlayerSim& operator=(const PlayerSim&) = delete;
 
-    bool running()
-    {
-        if (!ended_ && waitpid(pid_, &status_, WNOHANG) == pid_) ended_ = true;
-        return !ended_;
-    }
     // Sends `sig` to it (by its id) and waits for its end; returns its exit status (128 +
     // the signal when one ended it). Once it has ended, it only reports.
     int stop(int sig = SIGTERM)
     {
-        if (running()) {
-            kill(pid_, sig);
+        if (!ended_) {
+            kill(pid_, sig);  // until it is waited for, its id stays its own
             while (waitpid(pid_, &status_, 0) == -1 && errno == EINTR) {
             }
             ended_ = true;
