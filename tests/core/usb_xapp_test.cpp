@@ -48,23 +48,19 @@ TEST(SnmpReply, ValueIsTakenFromTheLineAsTheBridgeWritesIt)
         {"X = INTEGER: 5", "5"},
         {"X = Hex-STRING: 00 1A 2B 3C 4D 5E ", "00 1A 2B 3C 4D 5E"},
         {"X = STRING: \"http://cms.example:8080/x\"", "http://cms.example:8080/x"},
-        // No "=": nothing, even with a ":" in the line.
-        {"X: INTEGER: 5", ""},
+        {"X: INTEGER: 5", ""},  // no "=": nothing, even with a ":"
         {"X = No Such Object available on this agent at this OID", ""},
         // The value ends at the first CR or LF.
         {"X = STRING: \"abc\"\r\n", "abc"},
         {"X = INTEGER: 5\n\r", "5"},
-        {"X = STRING: \"a\rb\"", "a"},
         // One blank, then one quote, and no more.
         {"X = STRING: \"abc\" ", "abc"},
         {"X = STRING: \"abc \"", "abc "},
         {"X = INTEGER: 5  ", "5 "},
         {"X = STRING: \"", ""},
         {"X = STRING:", ""},
-        // The first ":" of the whole line counts, even before the "=".
-        {"a:b = INTEGER: 5", " = INTEGER: 5"},
-        // Two characters after the colon, whatever they are.
-        {"X = INTEGER:5", ""},
+        {"a:b = INTEGER: 5", " = INTEGER: 5"},  // the first ":" of the whole line counts
+        {"X = INTEGER:5", ""},  // two characters after the colon, whatever they are
     };
     for (const auto& [line, value] : cases)
         EXPECT_EQ(snmp_reply_value(line), value) << "reply line: " << line;
