@@ -24,24 +24,12 @@ char check_version_line[257];
 
 namespace fakes {
 std::vector<std::string> trace;
-bool download_running;
-bool command_file_fetched;
-int auto_mode;
-int auto_next_seconds;
-int log_timer;
-int inf_result;
-int check_version_result;
-int configured_call_home_timer;
+Answers answers;
 
 void reset()
 {
     trace.clear();
-    download_running = false;
-    command_file_fetched = true;
-    auto_mode = 1;
-    auto_next_seconds = 100;
-    log_timer = inf_result = check_version_result = configured_call_home_timer = 0;
-
+    answers = {};
     for (auto* word : {&initiate_call_home, &initiate_content_check, &initiate_auto_on_off,
                        &initiate_send_log, &initiate_reboot, &initiate_post_status,
                        &initiate_download_check, &initiate_cleanup, &initiate_call_home_pending,
@@ -58,6 +46,7 @@ void reset()
 }
 }  // namespace fakes
 
+using fakes::answers;
 using fakes::trace;
 
 namespace {
@@ -78,12 +67,12 @@ int dA_ParseContent(const char* path) { return traced(std::string("dA_ParseConte
 DRAVIK_CONTENT* dA_Content(void) { return nullptr; }
 
 void download_init(void) { traced("download_init"); }
-int download_in_progress(void) { return fakes::download_running ? 1 : 0; }
+int download_in_progress(void) { return answers.download_running ? 1 : 0; }
 void process_download_check(void) { traced("process_download_check"); }
 int get_command_file(const char* server, const char*, const char* destfile)
 {
     return traced(std::string("get_command_file ") + server + " " + destfile,
-                  fakes::command_file_fetched ? 1 : 0);
+                  answers.command_file_fetched ? 1 : 0);
 }
 
 void player_state_clear(PLAYER_STATE*) { traced("player_state_clear"); }
@@ -96,24 +85,24 @@ void process_cleanup(DRAVIK_CONTENT*) { traced("process_cleanup"); }
 
 int getAutoOnOffMode(DRAVIK_CONFIGURATION_CH*, int* next_seconds)
 {
-    *next_seconds = fakes::auto_next_seconds;
-    return traced("getAutoOnOffMode", fakes::auto_mode);
+    *next_seconds = answers.auto_next_seconds;
+    return traced("getAutoOnOffMode", answers.auto_mode);
 }
 void stop_all_play(void) { traced("stop_all_play"); }
 int compute_log_timer(DRAVIK_CONFIGURATION_CH*, int first_time, char*)
 {
-    return traced("compute_log_timer " + std::to_string(first_time), fakes::log_timer);
+    return traced("compute_log_timer " + std::to_string(first_time), answers.log_timer);
 }
 void transfer_log_file(DRAVIK_CONFIGURATION_CH*) { traced("transfer_log_file"); }
-int check_inf_file(void) { return traced("check_inf_file", fakes::inf_result); }
+int check_inf_file(void) { return traced("check_inf_file", answers.inf_result); }
 int process_check_version(char* line)
 {
-    return traced(std::string("process_check_version ") + line, fakes::check_version_result);
+    return traced(std::string("process_check_version ") + line, answers.check_version_result);
 }
 
 int load_call_home_config(const char* filename, int override_interval, int initial_config_load)
 {
-    if (fakes::configured_call_home_timer) call_home_timer = fakes::configured_call_home_timer;
+    if (answers.configured_call_home_timer) call_home_timer = answers.configured_call_home_timer;
     return traced(std::string("load_call_home_config ") + filename + " " +
                       std::to_string(override_interval) + " " + std::to_string(initial_config_load),
                   1);

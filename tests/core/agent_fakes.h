@@ -9,14 +9,18 @@ namespace fakes {
 
 extern std::vector<std::string> trace;  // one entry per call, in call order
 
-extern bool download_running;     // download_in_progress()
-extern bool command_file_fetched; // get_command_file()
-extern int auto_mode;             // getAutoOnOffMode() result
-extern int auto_next_seconds;     // ... and its out-parameter
-extern int log_timer;             // compute_log_timer() result
-extern int inf_result;            // check_inf_file()
-extern int check_version_result;  // process_check_version()
-extern int configured_call_home_timer;  // what load_call_home_config arms, if not 0
+// What the fakes answer; reset() puts these defaults back.
+struct Answers {
+    bool download_running = false;       // download_in_progress()
+    bool command_file_fetched = true;    // get_command_file()
+    int auto_mode = 1;                   // getAutoOnOffMode() result
+    int auto_next_seconds = 100;         // ... and its out-parameter
+    int log_timer = 0;                   // compute_log_timer()
+    int inf_result = 0;                  // check_inf_file()
+    int check_version_result = 0;        // process_check_version()
+    int configured_call_home_timer = 0;  // what load_call_home_config arms, if not 0
+};
+extern Answers answers;
 
 // The fakes to their defaults; every flag and countdown, the call-home interval and
 // timer_stopped to 0, the configuration empty and the display on; the agent's queues

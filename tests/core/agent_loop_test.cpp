@@ -40,9 +40,9 @@ TEST_F(AgentLoop, ServesEveryRaisedFlagInTheFixedOrder)
         *f = 1;
     currentCHConfig.loggingEnable = 1;
     currentCHConfig.autoOnOffEnable = 1;
-    fakes::auto_mode = 0;  // a change from on: the display goes off
-    fakes::auto_next_seconds = 3600;
-    fakes::log_timer = 14400;
+    fakes::answers.auto_mode = 0;  // a change from on: the display goes off
+    fakes::answers.auto_next_seconds = 3600;
+    fakes::answers.log_timer = 14400;
     call_home_interval = 900;
     lastTOD = 5000;
     ASSERT_TRUE(queues::post_bridge_reply(".1.3.6.1.4.1.58321.3.5.7.0 = INTEGER: 0"));
@@ -81,7 +81,7 @@ TEST_F(AgentLoop, CallHomeLogAndCleanupWaitWhileADownloadRuns)
     EXPECT_EQ(initiate_send_log, 1);
     EXPECT_THAT(fakes::trace, IsEmpty());
 
-    fakes::download_running = true;
+    fakes::answers.download_running = true;
     initiate_call_home = 1;
     initiate_cleanup = 1;
     currentCHConfig.loggingEnable = 1;
@@ -97,8 +97,8 @@ TEST_F(AgentLoop, CallHomeLogAndCleanupWaitWhileADownloadRuns)
 
     // Once the download is over the same triggers run and the pending flags drop; a
     // failed command-list fetch re-arms the countdown just the same.
-    fakes::download_running = false;
-    fakes::command_file_fetched = false;
+    fakes::answers.download_running = false;
+    fakes::answers.command_file_fetched = false;
     initiate_call_home = initiate_send_log = initiate_cleanup = 1;
     agent_main_loop_pass();
     EXPECT_THAT(fakes::trace,
@@ -112,7 +112,7 @@ TEST_F(AgentLoop, CallHomeLogAndCleanupWaitWhileADownloadRuns)
 TEST_F(AgentLoop, AutoOnOffActsOnlyOnAChangeOfMode)
 {
     currentCHConfig.autoOnOffEnable = 1;
-    fakes::auto_next_seconds = 50;
+    fakes::answers.auto_next_seconds = 50;
     initiate_auto_on_off = 1;
     agent_main_loop_pass();
     EXPECT_THAT(fakes::trace, ElementsAre("getAutoOnOffMode"));

@@ -75,8 +75,8 @@ protected:
 TEST_F(AgentWithPlayerSim, StartUpTakesTheMacAddressFromThePlayerAndArmsTheCountdowns)
 {
     PlayerSim sim({"--mac", "00:11:22:aa:bb:0c"});
-    fakes::auto_mode = 0;                      // the display is to be off now
-    fakes::configured_call_home_timer = 3600;  // USB.CONF asks for calls home
+    fakes::answers.auto_mode = 0;                      // the display is to be off now
+    fakes::answers.configured_call_home_timer = 3600;  // USB.CONF asks for calls home
     setenv("TZ", "UTC0", 1);
     tzset();
     agent_start_up();
@@ -114,13 +114,13 @@ TEST_F(AgentWithPlayerSim, ConfigurationUpdateIsAnsweredWithConfDone)
 
     // An upgrade from the stick that wants a reboot: the update still completes after it.
     platform.clear();
-    fakes::inf_result = 1;
+    fakes::answers.inf_result = 1;
     notify_and_pass(sim, "conf-update", "1");
     EXPECT_TRUE(sim.wait_for(kConfDone, 3));
     expect_reboot(sim, 1);
 
     // So does a firmware check that started an upgrade.
-    fakes::check_version_result = 1;
+    fakes::answers.check_version_result = 1;
     std::strcpy(check_version_line, "CheckVersion,http://updates.example/");
     notify_and_pass(sim, "firmware-check");
     EXPECT_THAT(fakes::trace,
