@@ -149,16 +149,4 @@ TEST_F(ControlChannel, RefusedSendGivesAnEmptyReplyWithoutWaiting)
     EXPECT_EQ(queues::count(kBridgeRequestKey), 0);
 }
 
-TEST(ControlChannelDeathTest, NoBridgeQueueEndsTheProcess)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    for (int key : {kBridgeRequestKey, kBridgeReplyKey})
-        msgctl(msgget(key, IPC_CREAT | 0666), IPC_RMID, nullptr);
-    // No room for another queue in this namespace: the bridge's cannot be opened.
-    IpcLimit no_queues("msgmni", 0);
-    char reply[kSnmpTextSize];
-    EXPECT_EXIT(send_snmp_command(kSnmpGetType, "1.3.6.1.4.1.58321.3.1.8.0", reply),
-                ::testing::ExitedWithCode(255), "msgget in snmplc failed");
-}
-
 }  // namespace

@@ -129,22 +129,22 @@ TEST_F(List, SortIsStableAndAscending)
     add("b", 1);
     add("a", 2);
     add("b", 3);
+    auto tags = [this] {
+        std::vector<int> order;
+        for (int i = 0; i < list.count; ++i) order.push_back(at(i)->tag);
+        return order;
+    };
     listSort(&list, nullptr);  // by the text at the start of each record
     EXPECT_EQ(texts(), (Texts{"a", "b", "b"}));
-    EXPECT_EQ(at(1)->tag, 1);
-    EXPECT_EQ(at(2)->tag, 3);
+    EXPECT_EQ(tags(), (std::vector<int>{2, 1, 3}));
 
-    SetUp();
-    for (int tag : {5, 3, 4, 1, 2}) add("x", tag);
-    LIST_NODE* first = list.head;
-    listSort(&list, [](void* a, void* b) {
-        return static_cast<Item*>(a)->tag - static_cast<Item*>(b)->tag;
+    listSort(&list, [](void* a, void* b) {  // by tag, descending
+        return static_cast<Item*>(b)->tag - static_cast<Item*>(a)->tag;
     });
-    std::vector<int> order;
-    for (int i = 0; i < 5; ++i) order.push_back(at(i)->tag);
-    EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4, 5}));
-    EXPECT_EQ(list.tail, first);  // nodes moved, records did not
-    texts();                      // links consistent both ways
+    EXPECT_EQ(tags(), (std::vector<int>{3, 2, 1}));
+    EXPECT_EQ(list.head, &pool[2]);  // nodes moved, records did not
+    EXPECT_EQ(list.tail, &pool[0]);
+    texts();  // links consistent both ways
 }
 
 }  // namespace
