@@ -51,7 +51,7 @@ protected:
     static void notify_and_pass(PlayerSim& sim, const std::string& what, const char* media = "0")
     {
         std::size_t before = sim.lines("send key=1240 type=31").size();
-        ASSERT_EQ(PlayerSim::command({"--notify", what, "--media", media}), 0);
+        ASSERT_EQ(PlayerSim::command("--notify " + what + " --media " + media), 0);
         ASSERT_TRUE(sim.wait_for("send key=1240 type=31", before + 1));
         agent_main_loop_pass();
     }

@@ -5,6 +5,7 @@
 // program's path.
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <spawn.h>
@@ -28,9 +29,22 @@ public:
     {
         unlink(kLog);
         options.insert(options.begin(), {PLAYER_SIM, "--log", kLog});
-        pid_ = spawn(options, "/tmp/player-sim.out");
-        if (!wait_for(" start pid="))
+        std::vector<char*> argv;
+        for (auto& o : options) argv.push_back(o.data());
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/tmp/player-sim.out",
+                                         O_WRONLY | O_CREAT | O_APPEND, 0644);
+        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+        int rc = posix_spawn(&pid_, PLAYER_SIM, &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        if (rc != 0) throw std::runtime_error("cannot start " PLAYER_SIM);
+        if (!wait_for(" start pid=")) {
+            stop();
             throw std::runtime_error("player-sim did not start; see /tmp/player-sim.out");
+        }
     }
     ~PlayerSim() { stop(); }
     PlayerSim(const PlayerSim&) = delete;
@@ -63,46 +77,24 @@ public:
         return sandbox::wait_until([&] { return lines(text).size() >= count; });
     }
 
-    // A second invocation, e.g. {"--notify", "copy-start"}, run to completion: its exit
-    // status, and its standard output and error in `*output` when given.
-    static int command(std::vector<std::string> args, std::string* output = nullptr)
+    // A second invocation through the shell, e.g. "--notify copy-start", run to
+    // completion: its exit status, and its standard output and error in `*output`.
+    static int command(const std::string& args, std::string* output = nullptr)
     {
-        const char* out = "/tmp/player-sim-command.out";
-        unlink(out);
-        args.insert(args.begin(), PLAYER_SIM);
-        pid_t pid = spawn(args, out);
-        int status = 0;
-        while (waitpid(pid, &status, 0) == -1 && errno == EINTR) {
-        }
-        if (output) *output = sandbox::read_file(out);
+        std::string line = PLAYER_SIM " " + args + " > /tmp/player-sim-command.out 2>&1";
+        int status = std::system(line.c_str());
+        if (output) *output = sandbox::read_file("/tmp/player-sim-command.out");
         return exit_status(status);
     }
 
 private:
-    static pid_t spawn(const std::vector<std::string>& argv, const char* output)
-    {
-        std::vector<char*> args;
-        for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-        args.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output,
-                                         O_WRONLY | O_CREAT | O_APPEND, 0644);
-        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-        pid_t pid = -1;
-        int rc = posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (rc != 0) throw std::runtime_error("cannot start " + argv[0]);
-        return pid;
-    }
     static int exit_status(int status)
     {
         if (WIFEXITED(status)) return WEXITSTATUS(status);
         return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
     }
 
-    pid_t pid_;
+    pid_t pid_ = -1;
     bool ended_ = false;
     int status_ = 0;
 };

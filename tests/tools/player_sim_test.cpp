@@ -165,15 +165,15 @@ TEST_F(PlayerSimTest, GarbledMessagesAreLoggedAndIgnored)
 TEST_F(PlayerSimTest, SecondInvocationHasTheRunningOneSendNotifications)
 {
     std::string out;
-    EXPECT_EQ(PlayerSim::command({"--notify", "copy-start"}, &out), 1) << "none runs yet";
+    EXPECT_EQ(PlayerSim::command("--notify copy-start", &out), 1) << "none runs yet";
     EXPECT_THAT(out, HasSubstr("no running player-sim"));
 
     PlayerSim sim;
-    EXPECT_EQ(PlayerSim::command({"--notify", "conf-update", "--media", "1"}), 0);
-    EXPECT_EQ(PlayerSim::command({"--notify", "copy-start"}), 0);
-    EXPECT_EQ(PlayerSim::command({"--notify", "USB_FIRMWARE_CHECK"}), 0);
-    EXPECT_EQ(PlayerSim::command({"--notify", "98"}), 0);
-    EXPECT_EQ(PlayerSim::command({"--notify", "reboot-please"}), 2);
+    EXPECT_EQ(PlayerSim::command("--notify conf-update --media 1"), 0);
+    EXPECT_EQ(PlayerSim::command("--notify copy-start"), 0);
+    EXPECT_EQ(PlayerSim::command("--notify USB_FIRMWARE_CHECK"), 0);
+    EXPECT_EQ(PlayerSim::command("--notify 98"), 0);
+    EXPECT_EQ(PlayerSim::command("--notify reboot-please"), 2);
 
     using Sent = std::pair<int, int>;  // command id, usbMediaStatus
     std::vector<Sent> sent;
@@ -189,7 +189,7 @@ TEST_F(PlayerSimTest, SecondInvocationHasTheRunningOneSendNotifications)
                                   Sent(USB_FIRMWARE_CHECK, 0), Sent(CMMD_NONE, 0)));
     EXPECT_TRUE(sim.wait_for("send key=1240 type=31 len=64 cmmd=92 name=USB_CONF_UPDATE media=1"));
 
-    int outside = std::system("env -u SIGNAGE_SANDBOX " PLAYER_SIM " --notify 98 >/dev/null 2>&1");
+    int outside = std::system("env -u SIGNAGE_SANDBOX " PLAYER_SIM " --notify 98 2>/dev/null");
     EXPECT_EQ(WEXITSTATUS(outside), 2) << "it refuses to run outside the sandbox";
 
     EXPECT_EQ(sim.stop(SIGTERM), 0);
