@@ -125,7 +125,7 @@ TEST(RebootTimer, CountsToTheNextLocalMidnightOrADayWhenTheClockIsUnset)
         std::time_t now;
         int expected;
     } cases[] = {
-        {"UTC0", 1767225570, 30},                  // 2025-12-31 23:59:30 UTC
+        {"UTC0", 1767225570, 30},                      // 2025-12-31 23:59:30 UTC
         {kCentralEurope, 1767225570, 23 * 3600 + 30},  // the same instant at 00:59:30
         // 23:59:30 on the day the clocks go forward, a day of 23 hours.
         {kCentralEurope, 1774821570, 30},

@@ -20,21 +20,16 @@ namespace {
 
 const std::string kOid = "1.3.6.1.4.1.58321.";
 
-// One bridge request as the agent sends it (2048 bytes, NUL-padded) and the reply line:
-// a set when the command holds a blank, a get otherwise.
-std::string ask(const std::string& command)
+// The value the agent takes from player-sim's reply to `command` (below kOid), sent as
+// the agent sends it (2048 bytes, NUL-padded): a set when it holds a blank, else a get.
+std::string value(const std::string& command)
 {
-    std::string text = command;
+    std::string text = kOid + command;
     text.resize(kSnmpTextSize, '\0');
     long type = command.find(' ') == std::string::npos ? kSnmpGetType : kSnmpSetType;
     if (!queues::post(kBridgeRequestKey, type, text)) return "<not sent>";
     auto reply = queues::take(kBridgeReplyKey, kSnmpReplyType, std::chrono::seconds(5));
-    return reply ? queues::c_text(reply->text) : "<no reply>";
-}
-// The value the agent takes from the reply to `command`, below kOid.
-std::string value(const std::string& command)
-{
-    return std::string(snmp_reply_value(ask(kOid + command)));
+    return reply ? std::string(snmp_reply_value(queues::c_text(reply->text))) : "<no reply>";
 }
 
 std::string bytes_of(int value)
@@ -67,8 +62,8 @@ TEST_F(PlayerSimTest, LayersReportThePlaylistsTheyWereToldToPlay)
     sandbox::write_file("/tmp/playlists/r4", std::string("\x7f" "ELF\x02\x01\x01\0\0\0\n\x05", 12));
     PlayerSim sim;
     auto play = [](int layer, const std::string& playlist) {
-        ask(kOid + "3.3.30.0 i " + std::to_string(layer));
-        return value("3.3.32.0 s ram::playlist://" + playlist);
+        value("3.3.30.0 i " + std::to_string(layer));
+        value("3.3.32.0 s ram::playlist://" + playlist);
     };
     const std::string r1 = "r1,3f2a*2,Playing,a.mpg,1";
     const std::string r2 = "r2,3f2a*0,Playing,http://cms.example/menu,1";
