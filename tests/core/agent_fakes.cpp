@@ -1,7 +1,5 @@
 #include "core/agent_fakes.h"
 
-#include <cstring>
-
 #include "actions/config.h"
 #include "actions/version.h"
 #include "content/current_item.h"
@@ -9,41 +7,12 @@
 #include "content/status.h"
 #include "core/action_file.h"
 #include "core/timer.h"
+#include "core/usb_xapp.h"
 #include "download/download.h"
 #include "download/wget.h"
 #include "storage/cleanup.h"
+#include "support/queues.h"
 #include "xml/dravikAPI.h"
-
-namespace fakes {
-std::vector<std::string> trace;
-bool download_running;
-bool command_file_fetched;
-int auto_mode;
-int auto_next_seconds;
-int log_timer;
-int inf_result;
-int check_version_result;
-int configured_call_home_timer;
-bool config_saved;
-bool content_saved;
-
-void reset()
-{
-    trace.clear();
-    download_running = false;
-    command_file_fetched = true;
-    auto_mode = 1;
-    auto_next_seconds = 100;
-    log_timer = 0;
-    inf_result = 0;
-    check_version_result = 0;
-    configured_call_home_timer = 0;
-    config_saved = false;
-    content_saved = false;
-}
-}  // namespace fakes
-
-using fakes::trace;
 
 // Globals owned by the subsystems the fakes stand in for.
 DRAVIK_CONFIGURATION_CH currentCHConfig;
@@ -53,84 +22,92 @@ char g_saved_content_id[39];
 PLAYER_STATE gPlayerState;
 char check_version_line[257];
 
+namespace fakes {
+std::vector<std::string> trace;
+Answers answers;
+
+void reset()
+{
+    trace.clear();
+    answers = {};
+    for (auto* word : {&initiate_call_home, &initiate_content_check, &initiate_auto_on_off,
+                       &initiate_send_log, &initiate_reboot, &initiate_post_status,
+                       &initiate_download_check, &initiate_cleanup, &initiate_call_home_pending,
+                       &initiate_send_log_pending, &initiate_post_status_pending,
+                       &initiate_cleanup_pending, &call_home_timer, &auto_on_off_timer,
+                       &content_check_timer, &download_check_timer, &send_log_timer,
+                       &post_status_timer, &reboot_time, &timer_stopped})
+        *word = 0;
+    call_home_interval = 0;
+    currentCHConfig = {};
+    AutoOnOffMode = 1;
+    for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
+        queues::drain(key);
+}
+}  // namespace fakes
+
+using fakes::answers;
+using fakes::trace;
+
 namespace {
-DRAVIK_CONFIGURATION_CH parsed_config;
-DRAVIK_CONTENT parsed_content;
+int traced(const std::string& call, int result = 0)
+{
+    trace.push_back(call);
+    return result;
+}
 }  // namespace
 
-void dA_Initialize(void) { trace.push_back("dA_Initialize"); }
+void dA_Initialize(void) { traced("dA_Initialize"); }
 int dA_ParseConfigurationCH(const char* path)
 {
-    trace.push_back(std::string("dA_ParseConfigurationCH ") + path);
-    if (!fakes::config_saved) return -1;
-    parsed_config = {};
-    std::strcpy(parsed_config.id, "cfg-1");
-    parsed_config.autoOnOffEnable = 1;
-    return 0;
+    return traced(std::string("dA_ParseConfigurationCH ") + path, -1);
 }
-DRAVIK_CONFIGURATION_CH* dA_ConfigurationCH(void) { return &parsed_config; }
-int dA_ParseContent(const char* path)
-{
-    trace.push_back(std::string("dA_ParseContent ") + path);
-    if (!fakes::content_saved) return -1;
-    parsed_content = {};
-    std::strcpy(parsed_content.id, "content-7");
-    return 0;
-}
-DRAVIK_CONTENT* dA_Content(void) { return &parsed_content; }
+DRAVIK_CONFIGURATION_CH* dA_ConfigurationCH(void) { return nullptr; }
+int dA_ParseContent(const char* path) { return traced(std::string("dA_ParseContent ") + path, -1); }
+DRAVIK_CONTENT* dA_Content(void) { return nullptr; }
 
-void download_init(void) { trace.push_back("download_init"); }
-int download_in_progress(void) { return fakes::download_running ? 1 : 0; }
-void process_download_check(void) { trace.push_back("process_download_check"); }
+void download_init(void) { traced("download_init"); }
+int download_in_progress(void) { return answers.download_running ? 1 : 0; }
+void process_download_check(void) { traced("process_download_check"); }
 int get_command_file(const char* server, const char*, const char* destfile)
 {
-    trace.push_back(std::string("get_command_file ") + server + " " + destfile);
-    return fakes::command_file_fetched ? 1 : 0;
+    return traced(std::string("get_command_file ") + server + " " + destfile,
+                  answers.command_file_fetched ? 1 : 0);
 }
 
-void player_state_clear(PLAYER_STATE*) { trace.push_back("player_state_clear"); }
-void process_content_check(DRAVIK_CONTENT*) { trace.push_back("process_content_check"); }
+void player_state_clear(PLAYER_STATE*) { traced("player_state_clear"); }
+void process_content_check(DRAVIK_CONTENT*) { traced("process_content_check"); }
 void process_post_status(const char*, const char*, DRAVIK_CONTENT*, PLAYER_STATE*)
 {
-    trace.push_back("process_post_status");
+    traced("process_post_status");
 }
+void process_cleanup(DRAVIK_CONTENT*) { traced("process_cleanup"); }
 
 int getAutoOnOffMode(DRAVIK_CONFIGURATION_CH*, int* next_seconds)
 {
-    trace.push_back("getAutoOnOffMode");
-    *next_seconds = fakes::auto_next_seconds;
-    return fakes::auto_mode;
+    *next_seconds = answers.auto_next_seconds;
+    return traced("getAutoOnOffMode", answers.auto_mode);
 }
-void stop_all_play(void) { trace.push_back("stop_all_play"); }
+void stop_all_play(void) { traced("stop_all_play"); }
 int compute_log_timer(DRAVIK_CONFIGURATION_CH*, int first_time, char*)
 {
-    trace.push_back("compute_log_timer " + std::to_string(first_time));
-    return fakes::log_timer;
+    return traced("compute_log_timer " + std::to_string(first_time), answers.log_timer);
 }
-void transfer_log_file(DRAVIK_CONFIGURATION_CH*) { trace.push_back("transfer_log_file"); }
-int check_inf_file(void)
-{
-    trace.push_back("check_inf_file");
-    return fakes::inf_result;
-}
+void transfer_log_file(DRAVIK_CONFIGURATION_CH*) { traced("transfer_log_file"); }
+int check_inf_file(void) { return traced("check_inf_file", answers.inf_result); }
 int process_check_version(char* line)
 {
-    trace.push_back(std::string("process_check_version ") + line);
-    return fakes::check_version_result;
+    return traced(std::string("process_check_version ") + line, answers.check_version_result);
 }
-
-void process_cleanup(DRAVIK_CONTENT*) { trace.push_back("process_cleanup"); }
 
 int load_call_home_config(const char* filename, int override_interval, int initial_config_load)
 {
-    trace.push_back(std::string("load_call_home_config ") + filename + " " +
-                    std::to_string(override_interval) + " " +
-                    std::to_string(initial_config_load));
-    if (fakes::configured_call_home_timer) call_home_timer = fakes::configured_call_home_timer;
-    return 1;
+    if (answers.configured_call_home_timer) call_home_timer = answers.configured_call_home_timer;
+    return traced(std::string("load_call_home_config ") + filename + " " +
+                      std::to_string(override_interval) + " " + std::to_string(initial_config_load),
+                  1);
 }
 int parse_action_file(const char* filename)
 {
-    trace.push_back(std::string("parse_action_file ") + filename);
-    return 1;
+    return traced(std::string("parse_action_file ") + filename, 1);
 }

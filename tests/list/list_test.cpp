@@ -23,6 +23,8 @@ void* copy_item(int index, void* record)
     return &slots[index];
 }
 
+using Texts = std::vector<std::string>;
+
 class List : public ::testing::Test {
 protected:
     void SetUp() override
@@ -31,28 +33,23 @@ protected:
         newList(&list);
     }
 
-    Item item(const char* text, int tag = 0)
+    int add(const char* text, int tag = 0, bool at_end = true)
     {
         Item it{};
         std::strncpy(it.text, text, sizeof it.text - 1);
         it.tag = tag;
-        return it;
+        return at_end ? listAddEnd(&list, &it) : listAddBegin(&list, &it);
     }
-    int add_end(const char* text, int tag = 0)
+    void add_all(const Texts& texts)
     {
-        Item it = item(text, tag);
-        return listAddEnd(&list, &it);
+        for (const auto& t : texts) ASSERT_EQ(add(t.c_str()), 1);
     }
-    int add_begin(const char* text, int tag = 0)
-    {
-        Item it = item(text, tag);
-        return listAddBegin(&list, &it);
-    }
+    Item* at(int index) { return static_cast<Item*>(listGet(&list, index)); }
 
     // The texts from head to tail, checked against the links in both directions.
-    std::vector<std::string> texts()
+    Texts texts()
     {
-        std::vector<std::string> forward;
+        Texts forward;
         LIST_NODE* last = nullptr;
         for (LIST_NODE* n = list.head; n; n = n->next) {
             EXPECT_EQ(n->prev, last);
@@ -68,127 +65,86 @@ protected:
     LIST list{};
 };
 
-using Texts = std::vector<std::string>;
-
 TEST_F(List, AddsAtBothEndsUntilThePoolIsExhausted)
 {
-    EXPECT_EQ(add_end("b"), 1);
-    EXPECT_EQ(add_begin("a"), 1);
-    EXPECT_EQ(add_end("c"), 1);
-    EXPECT_EQ(add_begin("z"), 1);
-    EXPECT_EQ(add_end("d"), 1);
+    EXPECT_EQ(add("b"), 1);
+    EXPECT_EQ(add("a", 0, false), 1);
+    EXPECT_EQ(add("c"), 1);
+    EXPECT_EQ(add("z", 0, false), 1);
+    EXPECT_EQ(add("d"), 1);
+    EXPECT_EQ(add("x"), 0);
+    EXPECT_EQ(add("y", 0, false), 0);
     EXPECT_EQ(texts(), (Texts{"z", "a", "b", "c", "d"}));
-
-    EXPECT_EQ(add_end("x"), 0);
-    EXPECT_EQ(add_begin("y"), 0);
-    EXPECT_EQ(texts(), (Texts{"z", "a", "b", "c", "d"}));
-    EXPECT_EQ(listSize(&list), kCapacity);
+    EXPECT_STREQ(at(1)->text, "a");
+    EXPECT_EQ(at(5), nullptr);
+    EXPECT_EQ(at(-1), nullptr);
 }
 
-TEST_F(List, ZeroCapacityTakesNothing)
+TEST_F(List, FreedNodesAndTheirSlotsAreReused)
 {
-    list.capacity = 0;
-    Item it = item("a");
-    EXPECT_EQ(CreateNode(&list, &it), nullptr);
-    EXPECT_EQ(listAddEnd(&list, &it), 0);
-    EXPECT_EQ(list.count, 0);
-}
-
-TEST_F(List, RemovedNodeAndItsSlotAreReusedFirst)
-{
-    for (const char* t : {"a", "b", "c", "d", "e"}) add_end(t);
+    add_all({"a", "b", "c", "d", "e"});
     ASSERT_EQ(listRemove(&list, 0), 1);  // node 0, slot 0
-    EXPECT_EQ(std::string(slots[0].text), "a");  // the slot keeps its contents
-    ASSERT_EQ(add_end("f"), 1);
+    ASSERT_EQ(add("f"), 1);
     EXPECT_EQ(list.tail, &pool[0]);
     EXPECT_EQ(list.tail->data, &slots[0]);
     EXPECT_EQ(texts(), (Texts{"b", "c", "d", "e", "f"}));
+
+    // A node that is not the pool's is left alone.
+    LIST_NODE stranger{};
+    stranger.in_use = 1;
+    FreeNode(&list, &stranger);
+    EXPECT_EQ(stranger.in_use, 1);
+
+    listFree(&list);
+    EXPECT_EQ(list.head, nullptr);
+    for (const LIST_NODE& n : pool) EXPECT_EQ(n.in_use, 0);
+    add_all({"1", "2", "3", "4", "5"});
+    EXPECT_EQ(texts(), (Texts{"1", "2", "3", "4", "5"}));
 }
 
 TEST_F(List, RemovesAtEveryPosition)
 {
-    for (const char* t : {"a", "b", "c", "d", "e"}) add_end(t);
-    EXPECT_EQ(listRemove(&list, 2), 1);  // middle
-    EXPECT_EQ(texts(), (Texts{"a", "b", "d", "e"}));
-    EXPECT_EQ(listRemove(&list, 3), 1);  // last
-    EXPECT_EQ(texts(), (Texts{"a", "b", "d"}));
-    EXPECT_EQ(listRemove(&list, 0), 1);  // first
-    EXPECT_EQ(texts(), (Texts{"b", "d"}));
-    EXPECT_EQ(listRemove(&list, 2), 0);  // at count: out of range
-    EXPECT_EQ(listRemove(&list, -1), 0);
-    EXPECT_EQ(listRemove(&list, 1), 1);
-    EXPECT_EQ(listRemove(&list, 0), 1);  // the only one
-    EXPECT_EQ(list.head, nullptr);
+    add_all({"a", "b", "c", "d", "e"});
+    const std::pair<int, Texts> steps[] = {
+        {2, {"a", "b", "d", "e"}},  // middle
+        {3, {"a", "b", "d"}},       // last
+        {0, {"b", "d"}},            // first
+        {1, {"b"}},
+        {0, {}},                    // the only one
+    };
+    for (const auto& [index, left] : steps) {
+        EXPECT_EQ(listRemove(&list, static_cast<int>(left.size()) + 1), 0) << "past the end";
+        EXPECT_EQ(listRemove(&list, -1), 0);
+        EXPECT_EQ(listRemove(&list, index), 1) << index;
+        EXPECT_EQ(texts(), left);
+    }
     EXPECT_EQ(list.tail, nullptr);
-    EXPECT_EQ(list.count, 0);
     EXPECT_EQ(listRemove(&list, 0), 0);  // empty
     for (const LIST_NODE& n : pool) EXPECT_EQ(n.in_use, 0);
 }
 
-TEST_F(List, GetsByPosition)
+TEST_F(List, SortIsStableAndAscending)
 {
-    for (const char* t : {"a", "b", "c"}) add_end(t);
-    EXPECT_EQ(std::string(static_cast<Item*>(listGet(&list, 1))->text), "b");
-    EXPECT_EQ(list_get(&list, 2), list.tail);
-    EXPECT_EQ(listGet(&list, -1), nullptr);
-    EXPECT_EQ(listGet(&list, 3), nullptr);
-}
-
-TEST_F(List, FreeEmptiesTheListAndThePool)
-{
-    for (const char* t : {"a", "b", "c", "d"}) add_end(t);
-    listFree(&list);
-    EXPECT_EQ(list.count, 0);
-    EXPECT_EQ(list.head, nullptr);
-    for (const LIST_NODE& n : pool) EXPECT_EQ(n.in_use, 0);
-    EXPECT_EQ(add_end("e"), 1);
-    EXPECT_EQ(texts(), (Texts{"e"}));
-}
-
-TEST_F(List, FreeNodeIgnoresForeignPointers)
-{
-    add_end("a");
-    LIST_NODE stranger{};
-    stranger.in_use = 1;
-    FreeNode(&list, &stranger);
-    FreeNode(&list, nullptr);
-    EXPECT_EQ(stranger.in_use, 1);
-    EXPECT_EQ(pool[0].in_use, 1);
-}
-
-TEST_F(List, SortIsStableAndAscendingByLeadingText)
-{
-    add_end("b", 1);
-    add_end("a", 2);
-    add_end("b", 3);
-    listSort(&list, nullptr);
+    listSort(&list, nullptr);  // empty: nothing to do
+    add("b", 1);
+    add("a", 2);
+    add("b", 3);
+    auto tags = [this] {
+        std::vector<int> order;
+        for (int i = 0; i < list.count; ++i) order.push_back(at(i)->tag);
+        return order;
+    };
+    listSort(&list, nullptr);  // by the text at the start of each record
     EXPECT_EQ(texts(), (Texts{"a", "b", "b"}));
-    EXPECT_EQ(static_cast<Item*>(listGet(&list, 1))->tag, 1);
-    EXPECT_EQ(static_cast<Item*>(listGet(&list, 2))->tag, 3);
-}
+    EXPECT_EQ(tags(), (std::vector<int>{2, 1, 3}));
 
-TEST_F(List, SortWithACompareFunctionRelinksHeadAndTail)
-{
-    int tags[] = {5, 3, 4, 1, 2};
-    for (int t : tags) add_end("x", t);
-    LIST_NODE* first_node = list.head;
-    listSort(&list, [](void* a, void* b) {
-        return static_cast<Item*>(a)->tag - static_cast<Item*>(b)->tag;
+    listSort(&list, [](void* a, void* b) {  // by tag, descending
+        return static_cast<Item*>(b)->tag - static_cast<Item*>(a)->tag;
     });
-    std::vector<int> order;
-    for (LIST_NODE* n = list.head; n; n = n->next) order.push_back(static_cast<Item*>(n->data)->tag);
-    EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4, 5}));
-    EXPECT_EQ(list.tail, first_node);  // nodes moved, records did not
-    texts();                           // links consistent both ways
-}
-
-TEST_F(List, SortOfFewerThanTwoChangesNothing)
-{
-    listSort(&list, nullptr);
-    EXPECT_EQ(list.head, nullptr);
-    add_end("a");
-    listSort(&list, nullptr);
-    EXPECT_EQ(texts(), (Texts{"a"}));
+    EXPECT_EQ(tags(), (std::vector<int>{3, 2, 1}));
+    EXPECT_EQ(list.head, &pool[2]);  // nodes moved, records did not
+    EXPECT_EQ(list.tail, &pool[0]);
+    texts();  // links consistent both ways
 }
 
 }  // namespace

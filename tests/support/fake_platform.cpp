@@ -1,10 +1,8 @@
 #include "support/fake_platform.h"
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <mutex>
-#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
 
@@ -17,45 +15,29 @@ public:
     int system(const char* command) override
     {
         if (!active) return std::system(command);
-        {
-            std::lock_guard<std::mutex> lock(mu);
-            commands.emplace_back(command);
-        }
-        return for_real ? std::system(command) : 0;
+        std::lock_guard<std::mutex> lock(mu);
+        commands.emplace_back(command);
+        return 0;
     }
 
     void sleep(unsigned seconds) override
     {
-        if (std::this_thread::get_id() == owner) {
-            if (!active) {
-                ::sleep(seconds);
-                return;
-            }
-            std::lock_guard<std::mutex> lock(mu);
-            sleeps.push_back(seconds);
-            clock += seconds;
+        if (std::this_thread::get_id() != owner.load()) {
+            for (;;) pause();
+        }
+        if (!active) {
+            ::sleep(seconds);
             return;
         }
-        if (active && background) {
-            clock += seconds;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            return;
-        }
-        for (;;) pause();
+        std::lock_guard<std::mutex> lock(mu);
+        sleeps.push_back(seconds);
+        clock += seconds;
     }
 
-    std::time_t now() override
-    {
-        if (active) return clock;
-        timeval tv{};
-        gettimeofday(&tv, nullptr);
-        return tv.tv_sec;
-    }
+    std::time_t now() override { return active ? clock.load() : std::time(nullptr); }
 
     std::atomic<bool> active{false};
     std::atomic<std::time_t> clock{0};
-    std::atomic<bool> for_real{false};
-    std::atomic<bool> background{false};
     std::atomic<std::thread::id> owner;
     mutable std::mutex mu;
     std::vector<std::string> commands;
@@ -73,26 +55,17 @@ Shared& shared()
 
 FakePlatform::FakePlatform(std::time_t start)
 {
-    Shared& s = shared();
-    s.owner = std::this_thread::get_id();
-    s.clock = start;
-    s.for_real = false;
-    s.background = false;
+    shared().owner = std::this_thread::get_id();
+    shared().clock = start;
     clear();
-    s.active = true;
-    seam::install(&s);
+    shared().active = true;
+    seam::install(&shared());
 }
 
-FakePlatform::~FakePlatform()
-{
-    shared().active = false;
-    shared().background = false;
-}
+FakePlatform::~FakePlatform() { shared().active = false; }
 
 void FakePlatform::set_time(std::time_t t) { shared().clock = t; }
 void FakePlatform::advance(long seconds) { shared().clock += seconds; }
-void FakePlatform::run_commands_for_real(bool on) { shared().for_real = on; }
-void FakePlatform::allow_background_sleeps(bool on) { shared().background = on; }
 
 std::vector<std::string> FakePlatform::commands() const
 {

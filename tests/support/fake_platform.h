@@ -3,13 +3,13 @@
 // test sets. A FakePlatform object is a handle: while one lives, the seam is fake.
 //
 // Sleeps on the thread that created it are recorded and advance the clock. Sleeps on
-// any other thread (the agent's detached timer thread, say) park that thread for good
-// unless background sleeps are allowed, so nothing ticks behind a test's back.
+// any other thread (the agent's detached timer thread, say) park that thread for good,
+// so nothing ticks behind a test's back.
 //
 // The state behind the handles lives for the whole process and stays installed once
 // a handle was made: a detached thread may still be on its way into a sleep when the
-// test that started it ends. With no handle alive, commands and the clock are the
-// real ones again and other threads still park.
+// test that started it ends. With no handle alive, commands, the owner's sleeps and the
+// clock are the real ones again and other threads still park.
 #include <ctime>
 #include <string>
 #include <vector>
@@ -23,11 +23,6 @@ public:
 
     void set_time(std::time_t t);
     void advance(long seconds);
-
-    // Also hand commands to the real shell (inside the sandbox, with its stand-ins).
-    void run_commands_for_real(bool on);
-    // Let other threads' sleeps advance the clock and return instead of parking.
-    void allow_background_sleeps(bool on);
 
     std::vector<std::string> commands() const;
     std::vector<unsigned> sleeps() const;  // the owner thread's sleeps, in order

@@ -21,12 +21,6 @@ int open(int key) { return msgget(key, IPC_CREAT | 0666); }
 
 }  // namespace
 
-void drain(int key)
-{
-    while (take(key)) {
-    }
-}
-
 bool post(int key, long type, std::string_view text)
 {
     if (text.size() > kMaxText) return false;
@@ -38,36 +32,31 @@ bool post(int key, long type, std::string_view text)
 
 bool post_bridge_reply(std::string_view line)
 {
-    std::string text(line);
-    text.push_back('\0');
-    return post(1236, 772, text);
+    return post(1236, 772, std::string(line) + '\0');
 }
 
-std::optional<Message> take(int key, long type)
+std::optional<Message> take(int key, long type, std::chrono::milliseconds wait)
 {
+    auto deadline = std::chrono::steady_clock::now() + wait;
     auto raw = std::make_unique<Raw>();
-    ssize_t n = msgrcv(open(key), raw.get(), kMaxText, type, IPC_NOWAIT | MSG_NOERROR);
-    if (n < 0) return std::nullopt;
-    return Message{raw->type, std::string(raw->text, static_cast<std::size_t>(n))};
-}
-
-std::optional<Message> wait_take(int key, long type, std::chrono::milliseconds timeout)
-{
-    auto deadline = std::chrono::steady_clock::now() + timeout;
     for (;;) {
-        if (auto m = take(key, type)) return m;
+        ssize_t n = msgrcv(open(key), raw.get(), kMaxText, type, IPC_NOWAIT | MSG_NOERROR);
+        if (n >= 0) return Message{raw->type, std::string(raw->text, static_cast<std::size_t>(n))};
         if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+void drain(int key)
+{
+    while (take(key)) {
     }
 }
 
 int count(int key)
 {
     msqid_ds ds{};
-    if (msgctl(open(key), IPC_STAT, &ds) != 0) return -1;
-    return static_cast<int>(ds.msg_qnum);
+    return msgctl(open(key), IPC_STAT, &ds) == 0 ? static_cast<int>(ds.msg_qnum) : -1;
 }
-
-std::string c_text(const std::string& text) { return std::string(text.c_str()); }
 
 }  // namespace queues

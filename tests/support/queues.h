@@ -1,7 +1,6 @@
 #pragma once
 // Raw System V queue access for tests: post exactly the bytes a peer would send, take
-// what arrived, see how many messages wait. All calls are non-blocking unless a wait
-// is asked for.
+// what arrived, see how many messages wait. Nothing blocks unless a wait is asked for.
 #include <chrono>
 #include <optional>
 #include <string>
@@ -14,26 +13,23 @@ struct Message {
     std::string text;  // the bytes as they arrived, length included
 };
 
-// Removes every waiting message of every type.
-void drain(int key);
-
 // Sends `text` (its exact bytes) as one message; false when the queue refused it.
 bool post(int key, long type, std::string_view text);
 
 // A bridge reply line of type 772 on key 1236, as the bridge sends it (with its NUL).
 bool post_bridge_reply(std::string_view line);
 
-// Takes the first message of `type` (0: any type) if one waits.
-std::optional<Message> take(int key, long type = 0);
+// Takes the first message of `type` (0: any type), waiting up to `wait` for one.
+std::optional<Message> take(int key, long type = 0,
+                            std::chrono::milliseconds wait = std::chrono::milliseconds(0));
 
-// Takes the first message of `type`, waiting up to `timeout` for one to arrive.
-std::optional<Message> wait_take(int key, long type,
-                                 std::chrono::milliseconds timeout = std::chrono::seconds(5));
+// Removes every waiting message of every type.
+void drain(int key);
 
 // The number of messages waiting.
 int count(int key);
 
 // A text up to its first NUL (the whole text when it holds none).
-std::string c_text(const std::string& text);
+inline std::string c_text(const std::string& text) { return text.c_str(); }
 
 }  // namespace queues

@@ -5,7 +5,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -31,41 +30,32 @@ void clear_calls() { std::ofstream(log_path(), std::ios::trunc); }
 void set_writable(int partition, bool writable)
 {
     std::string dir = "/mnt/hd" + std::to_string(partition);
-    unsigned long flags = MS_REMOUNT | (writable ? 0 : MS_RDONLY);
-    if (mount(nullptr, dir.c_str(), nullptr, flags, nullptr) != 0)
+    if (mount(nullptr, dir.c_str(), nullptr, MS_REMOUNT | (writable ? 0 : MS_RDONLY), nullptr) != 0)
         throw std::runtime_error("remount of " + dir + " failed");
 }
 
 bool is_writable(const std::string& dir)
 {
     std::string probe = dir + "/.write-probe";
-    std::ofstream out(probe);
-    if (!out) return false;
-    out.close();
+    if (!std::ofstream(probe)) return false;
     unlink(probe.c_str());
     return true;
 }
 
 void write_file(const std::string& path, const std::string& content)
 {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out) throw std::runtime_error("cannot write " + path);
-    out << content;
+    if (!(std::ofstream(path, std::ios::binary | std::ios::trunc) << content))
+        throw std::runtime_error("cannot write " + path);
 }
 
 std::string read_file(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream s;
-    s << in.rdbuf();
+    s << std::ifstream(path, std::ios::binary).rdbuf();
     return s.str();
 }
 
-bool exists(const std::string& path)
-{
-    struct stat st{};
-    return stat(path.c_str(), &st) == 0;
-}
+bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 bool wait_until(const std::function<bool()>& done, std::chrono::milliseconds timeout)
 {

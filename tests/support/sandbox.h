@@ -18,7 +18,7 @@ void set_writable(int partition, bool writable);
 bool is_writable(const std::string& dir);
 
 void write_file(const std::string& path, const std::string& content);
-std::string read_file(const std::string& path);
+std::string read_file(const std::string& path);  // empty when it cannot be read
 bool exists(const std::string& path);
 
 // Polls `done` until it holds or `timeout` passes; true when it held.
