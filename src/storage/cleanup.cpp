@@ -10,6 +10,9 @@ LIST* cleanupList = &cu_xlist;
 int g_cleanup_trigger_free_pct = 30;
 int g_tried_cleanup = 0;
 
+char mem_chunk[kMemChunkSize];
+int mem_chunk_offset;
+
 void* CopyCleanupListNodeData(int index, void* item)
 {
     std::memcpy(&cuArray[index], item, sizeof(CLEANUP_ITEM));
@@ -17,4 +20,14 @@ void* CopyCleanupListNodeData(int index, void* item)
 }
 
 // Not written yet: nothing is deleted.
+int cleanup_get_files(LIST*, int, CLEANUP_SCAN* scan)
+{
+    *scan = {};
+    return -1;
+}
+int cleanup_disk(DRAVIK_CONTENT*, const char*, int, CLEANUP_RESULTS* results)
+{
+    *results = {};
+    return -1;
+}
 void process_cleanup(DRAVIK_CONTENT*) {}

@@ -35,5 +35,20 @@ extern CLEANUP_ITEM cuArray[2048];
 extern int g_cleanup_trigger_free_pct;  // a download that leaves less free asks for a cleanup
 extern int g_tried_cleanup;
 
+// The name arena: candidates' names, appended with their terminators, reset by every
+// cleanup_disk run.
+constexpr int kMemChunkSize = 512000;
+extern char mem_chunk[kMemChunkSize];
+extern int mem_chunk_offset;
+
+// What a scan of one media folder found.
+struct CLEANUP_SCAN {
+    int totalKB;        // size of the files added
+    int stopped_early;  // 1: no room left for more candidates
+};
+
 void* CopyCleanupListNodeData(int index, void* item);
+int cleanup_get_files(LIST* list, int type, CLEANUP_SCAN* scan);
+int cleanup_disk(DRAVIK_CONTENT* pContent, const char* saved_content_id, int target_pct,
+                 CLEANUP_RESULTS* results);
 void process_cleanup(DRAVIK_CONTENT* pContent);

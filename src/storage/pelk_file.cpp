@@ -7,6 +7,7 @@
 #include <sys/statfs.h>
 
 #include "core/seam.h"
+#include "core/shell.h"
 #include "core/text.h"
 
 const char kvr_media_path[kMediaPathCount][kMediaPathSize] = {
@@ -82,8 +83,11 @@ int get_md5sum(char* digest, const char* fname, int type)
     // No caller passes another type; rejecting it keeps the shell away from odd paths.
     const char* dir = directory_of_type(type);
     if (dir == nullptr) return 0;
-    char command[600];
-    if (std::snprintf(command, sizeof command, "md5sum %s/%s > /tmp/cpcksum", dir, fname) >=
+    // The name comes from the content document: it reaches md5sum as one word.
+    char name[600];
+    if (!shell_escaped(name, fname)) return 0;
+    char command[700];
+    if (std::snprintf(command, sizeof command, "md5sum %s/%s > /tmp/cpcksum", dir, name) >=
         static_cast<int>(sizeof command))
         return 0;
     seam::system(command);

@@ -10,6 +10,12 @@
 // a handle was made: a detached thread may still be on its way into a sleep when the
 // test that started it ends. With no handle alive, commands, the owner's sleeps and the
 // clock are the real ones again and other threads still park.
+//
+// Two options, both off for a new handle, let a test run real peers under the fake:
+// run_commands(true) also hands every recorded command to the real shell, and
+// scale_sleeps(ms) makes every thread's sleeps really last `ms` milliseconds per second
+// asked (the owner's are still recorded and advance the clock), so a detached transfer
+// thread polls wget at a tenth of its pace instead of parking.
 #include <ctime>
 #include <string>
 #include <vector>
@@ -20,6 +26,9 @@ public:
     ~FakePlatform();
     FakePlatform(const FakePlatform&) = delete;
     FakePlatform& operator=(const FakePlatform&) = delete;
+
+    void run_commands(bool on);
+    void scale_sleeps(unsigned ms_per_second);
 
     void set_time(std::time_t t);
     void advance(long seconds);
