@@ -236,15 +236,10 @@ void* ftp_file_to_hd(void*)
         if (countdown == 0) break;
     }
 
-    if (file_transfer_progress < kMinimumMediaBytes) {
-        // Too short to be media: most likely an error page or an empty answer.
-        status.code = 132;
-        file_transfer_progress = 0;
-        unlink(temp);
-        remount_fs(4, 0);
-        seam::system(kKillWget);
-        return nullptr;
-    }
+    // Too short to be media: most likely an error page or an empty answer. wget is
+    // ended before the temporary file goes, like on every failure: a wget still holding
+    // the file open would keep the partition from going back to read-only.
+    if (file_transfer_progress < kMinimumMediaBytes) return fail(132);
     if (countdown == 0) return fail(134);  // stalled out after some bytes
 
     seam::system(kKillWget);

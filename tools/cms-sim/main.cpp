@@ -351,6 +351,12 @@ int main(int argc, char** argv)
     // Stalled answers hold their thread; give them plenty.
     server.new_task_queue = [] { return new httplib::ThreadPool(32); };
     server.set_keep_alive_max_count(1);
+    // SO_REUSEADDR alone: a second cms-sim on the port is refused, while the closed
+    // connections a stopped one leaves behind do not keep the next one from starting.
+    server.set_socket_options([](int sock) {
+        int one = 1;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    });
     server.set_logger([](const httplib::Request& req, const httplib::Response& res) {
         if (!res.content_provider_) g_log.request(req, res.status, static_cast<long long>(res.body.size()), "");
     });
