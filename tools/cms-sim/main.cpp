@@ -121,6 +121,9 @@ private:
 
 Log g_log;
 cms::Rules g_rules;
+// The faults of the request in hand, for the logger, which runs on the same thread
+// once a short answer has been written.
+thread_local std::string t_faults;
 
 // Sleeps up to `seconds` (negative: for ever), in short steps so that cms-sim's end is
 // never held up; false when cms-sim is ending.
@@ -226,6 +229,7 @@ void serve(const Options& o, const httplib::Request& req, httplib::Response& res
 {
     auto fault = g_rules.match(req.path).value_or(cms::Fault{});
     const std::string faults = fault.text;
+    t_faults = faults;
     if (fault.delay > 0 && !nap(fault.delay)) return answer_status(res, 503);
     if (!fault.auth.empty() && req.get_header_value("Authorization") != "Basic " + base64(fault.auth))
         return answer_status(res, 401);
@@ -358,7 +362,8 @@ int main(int argc, char** argv)
         setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     });
     server.set_logger([](const httplib::Request& req, const httplib::Response& res) {
-        if (!res.content_provider_) g_log.request(req, res.status, static_cast<long long>(res.body.size()), "");
+        if (!res.content_provider_) g_log.request(req, res.status, static_cast<long long>(res.body.size()), t_faults);
+        t_faults.clear();
     });
     server.Get(".*", [&o](const httplib::Request& req, httplib::Response& res) { serve(o, req, res); });
     int port = o.port;
