@@ -171,6 +171,7 @@ struct Body {
     long long sent = 0;
     bool stalled = false;
     cms::Fault fault;
+    std::string buffer;  // reused for every piece of the body
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
     ~Body()
     {
@@ -202,13 +203,13 @@ bool send_body(Body& b, std::size_t offset, std::size_t length, httplib::DataSin
         auto wait = std::chrono::duration<double>(due - std::chrono::steady_clock::now()).count();
         if (wait > 0 && !nap(wait)) return false;
     }
-    std::string buffer(static_cast<std::size_t>(chunk), '\0');
-    ssize_t n = pread(b.fd, buffer.data(), buffer.size(), static_cast<off_t>(offset));
+    b.buffer.resize(static_cast<std::size_t>(chunk));
+    ssize_t n = pread(b.fd, b.buffer.data(), b.buffer.size(), static_cast<off_t>(offset));
     if (n <= 0) return false;  // the file shrank under us: end the answer short
-    buffer.resize(static_cast<std::size_t>(n));
-    if (f.extra > 0 && at + n >= b.size) buffer.append(static_cast<std::size_t>(f.extra), 'x');
-    if (!sink.write(buffer.data(), buffer.size())) return false;
-    b.sent += static_cast<long long>(buffer.size());
+    b.buffer.resize(static_cast<std::size_t>(n));
+    if (f.extra > 0 && at + n >= b.size) b.buffer.append(static_cast<std::size_t>(f.extra), 'x');
+    if (!sink.write(b.buffer.data(), b.buffer.size())) return false;
+    b.sent += static_cast<long long>(b.buffer.size());
     return true;
 }
 
