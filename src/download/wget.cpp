@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -72,6 +74,24 @@ bool wget_command(char (&command)[kCommandSize], const char* url, const char* de
         n = std::snprintf(command, sizeof command, "wget '%s' -O %s &", quoted_url, dest);
     }
     return n > 0 && static_cast<std::size_t>(n) < sizeof command;
+}
+
+// Puts the media partition back to read-only. A wget killed a moment ago may still hold
+// the temporary file open, and a partition with a file open for writing refuses to go
+// read-only; so while the partition (a mount of its own) is still writable, wait a second
+// and ask again, a few times.
+void media_read_only()
+{
+    remount_fs(4, 0);
+    for (int i = 0; i < 5; ++i) {
+        struct statvfs fs{};
+        struct stat part{}, parent{};
+        if (statvfs("/mnt/hd4", &fs) != 0 || stat("/mnt/hd4", &part) != 0 || stat("/mnt", &parent) != 0 ||
+            part.st_dev == parent.st_dev || (fs.f_flag & ST_RDONLY) != 0)
+            return;
+        seam::sleep(1);
+        remount_fs(4, 0);
+    }
 }
 
 }  // namespace
@@ -206,7 +226,7 @@ void* ftp_file_to_hd(void*)
         file_transfer_progress = 0;
         seam::system(kKillWget);
         unlink(temp);
-        remount_fs(4, 0);
+        media_read_only();
         return nullptr;
     };
 
@@ -254,7 +274,7 @@ void* ftp_file_to_hd(void*)
         std::perror(target);
         unlink(temp);  // the check of the file's size then finds it missing
     }
-    remount_fs(4, 0);
+    media_read_only();
     return nullptr;
 }
 
