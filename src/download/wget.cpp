@@ -219,7 +219,7 @@ void* ftp_file_to_hd(void*)
     if (chdir(dir) != 0) std::perror(dir);
     status.code = 255;
     char temp[kMediaPathSize + 16];
-    std::snprintf(temp, sizeof temp, "%s%s", dir, "/tempfile.xxx");
+    int n = std::snprintf(temp, sizeof temp, "%s%s", dir, "/tempfile.xxx");
 
     auto fail = [&](int code) {
         status.code = code;
@@ -229,6 +229,8 @@ void* ftp_file_to_hd(void*)
         media_read_only();
         return nullptr;
     };
+
+    if (n < 0 || static_cast<std::size_t>(n) >= sizeof temp) return fail(134);  // the table's paths are short
 
     char command[kCommandSize];
     bool with_auth = status.auth[0] != '\0';
