@@ -3,8 +3,8 @@
 # answers a USB configuration update sent from player-sim's command line, and is still
 # running, without a sanitizer report, after a few seconds of ticking.
 set -uo pipefail
-sandbox=$1 agent=$2 sim=$3
-out=$("$sandbox" -- bash -c '
+sandbox=$1 agent=$2 sim=$3 wget=$4
+out=$("$sandbox" --wget "$wget" -- bash -c '
   agent=$1 sim=$2
   log=/tmp/player-sim.log
   wait_for() {  # wait_for TEXT: up to 5 s for a line of the player-sim log holding TEXT
