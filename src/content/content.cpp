@@ -1,5 +1,6 @@
 #include "content/content.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -151,7 +152,12 @@ std::time_t MakeTime(const char* text, int isdst)
     // Both ends of an item are read with today's daylight-saving state rather than
     // their own, so an item's clock times shift by the hour across a change.
     tm.tm_isdst = isdst ? 1 : 0;
-    return std::mktime(&tm);
+    // The device's time_t is 32 bits: there mktime fails (-1) for a moment outside
+    // 1901-12-13 .. 2038-01-19, so an item ending in 2099 never plays. A wider time_t
+    // gives the same answer, so that every build schedules as the device does.
+    std::time_t t = std::mktime(&tm);
+    if (t < INT32_MIN || t > INT32_MAX) return -1;
+    return t;
 }
 
 void content_get_pl_event(DRAVIK_CONTENT* content, PL_EVENT* ev)

@@ -44,6 +44,7 @@ extern SCHEDULE_EVENT g_PSI[kMaxScheduleEvents];
 extern int endList[kMaxScheduleEvents];
 
 void content_get_pl_event(DRAVIK_CONTENT* content, PL_EVENT* ev);
+// 0 for a text not of the form; -1 for a moment the device's 32-bit time_t cannot hold.
 std::time_t MakeTime(const char* text, int isdst);
 
 // Of the last evaluation: how many events g_PSI holds, how many did not fit and were

@@ -130,6 +130,23 @@ struct msgq_player {
     uMSG_FORMAT msg_data;
 };
 
+// The message type stays a `long`, since the kernel reads it as one: 4 bytes on the
+// device, where these records are exactly the player's (s_MSG_BUF 64 bytes, msgq_player
+// 8, the bridge record 2052). On a 64-bit host the type takes 8 bytes and the records
+// are padded to a multiple of 8 (72, 16, 2056). Only the text after the type travels,
+// and that is the same on both: 60 bytes of notification, a 4-byte command id.
+static_assert(sizeof(int) == 4, "every record field is a 32-bit int");
+static_assert(sizeof(s_MSG_BUF) == (sizeof(long) == 4 ? 64 : 72));
+static_assert(sizeof(msgq_player) == (sizeof(long) == 4 ? 8 : 16));
+static_assert(sizeof(queue_wire<kSnmpTextSize>) == sizeof(long) + kSnmpTextSize);
+static_assert(offsetof(s_MSG_BUF, cmmdId) == sizeof(long) &&
+              offsetof(s_MSG_BUF, buf) + sizeof(s_MSG_BUF::buf) == sizeof(long) + sizeof(sMSG_COMMON_FORMAT));
+static_assert(offsetof(msgq_player, msg_data) == sizeof(long) && sizeof(uMSG_FORMAT) == 4);
+// The text lengths sent are four bytes past each record's text: on the device, the
+// records' own sizes.
+static_assert(kUsbMsgTextSize == sizeof(sMSG_COMMON_FORMAT) + 4);
+static_assert(kPlayerMsgTextSize == sizeof(uMSG_FORMAT) + 4);
+
 // The player's MAC address, 12 hex digits; and the content server's base URL.
 extern char macAddress[13];
 extern char call_home_address[513];

@@ -1,6 +1,6 @@
 #include "xml/tokenizer.h"
 
-#include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -343,16 +343,17 @@ int scan_entity_decl()
 }
 
 // atoi and atol with the undefined overflow pinned down: out-of-range values stop at
-// the type's limits.
-long to_long(const char* text) { return std::strtol(text, nullptr, 10); }
-
-int to_int(const char* text)
+// the type's limits. The device's long is 32 bits wide, so a long stops at the 32-bit
+// limits on every target: a document reads the same on a 64-bit host as on the device.
+long to_long(const char* text)
 {
-    long v = to_long(text);
-    if (v > INT_MAX) return INT_MAX;
-    if (v < INT_MIN) return INT_MIN;
-    return static_cast<int>(v);
+    long long v = std::strtoll(text, nullptr, 10);
+    if (v > INT32_MAX) return INT32_MAX;
+    if (v < INT32_MIN) return INT32_MIN;
+    return static_cast<long>(v);
 }
+
+int to_int(const char* text) { return static_cast<int>(to_long(text)); }
 
 bool is_true(const char* text)
 {

@@ -76,7 +76,8 @@ public:
 
 // Value accessors: 0 on success, -1 on failure. The numeric and boolean ones store 0
 // first, so an absent or unreadable value reads as 0. A boolean is true only for a
-// "True", "true" or "TRUE" prefix.
+// "True", "true" or "TRUE" prefix. A long holds 32 bits, as on the device, on every
+// target.
 int getStringVal(char* buf, int size);
 int getIntVal(int* out);
 int getLongVal(long* out);

@@ -258,6 +258,12 @@ TEST(MakeTime, ReadsFixedPositionsAfterADashAtTheFifthCharacter)
     // Anything without the dash in place is no time at all.
     for (const char* bad : {"", "201-03-01T08:00:00", "20100-3-01T08:00:00", "2010/03/01", "T2010-03-01"})
         EXPECT_EQ(MakeTime(bad, 0), 0) << bad;
+    // The device counts in 32 bits: the last second it holds, and past it what its
+    // mktime gives, on a 64-bit build too.
+    EXPECT_EQ(MakeTime("2038-01-19T03:14:07", 0), 2147483647);
+    EXPECT_EQ(MakeTime("2038-01-19T03:14:08", 0), -1);
+    EXPECT_EQ(MakeTime("2099-12-31T23:59:59", 0), -1);
+    EXPECT_EQ(MakeTime("1901-12-13T20:45:52", 0), -2147483647 - 1);
 
     // The flag given, not the date's own, decides the offset.
     set_zone(kCentralEurope);

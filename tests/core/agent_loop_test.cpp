@@ -6,6 +6,8 @@
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thread>
+#include <vector>
 
 #include "actions/config.h"
 #include "core/agent_fakes.h"
@@ -132,6 +134,38 @@ TEST_F(AgentLoop, AutoOnOffActsOnlyOnAChangeOfMode)
     agent_main_loop_pass();
     EXPECT_THAT(fakes::trace,
                 ElementsAre("getAutoOnOffMode", "getAutoOnOffMode", "process_content_check"));
+}
+
+// The real timer thread beside the loop, as on the device: each pass's second of sleep
+// moves the clock, the thread turns the time into the call-home flag, the loop serves it
+// and re-arms the countdown from the interval. (The tsan preset watches the two threads
+// meet here.)
+TEST_F(AgentLoop, TheTimerThreadRaisesTheFlagTheLoopServes)
+{
+    call_home_interval = 30;
+    call_home_timer = 10;
+    lastTOD = static_cast<unsigned>(get_tod_in_sec());
+    platform.scale_sleeps(2);  // a pass takes 2 ms, and the thread ticks every 10 ms
+    std::thread timer(timer_handler, nullptr);
+
+    std::vector<int> served_in;  // the passes that called home
+    for (int pass = 0; pass < 5000 && served_in.size() < 2; ++pass) {
+        std::size_t before = fakes::trace.size();
+        agent_main_loop_pass();
+        if (fakes::trace.size() > before) served_in.push_back(pass);
+    }
+    platform.advance(-3600);  // a clock set back ends the thread
+    timer.join();
+
+    const char* kParse = "parse_action_file /tmp/callhome.lst";
+    EXPECT_THAT(fakes::trace, ElementsAre(kFetch, kParse, kFetch, kParse));
+    ASSERT_EQ(served_in.size(), 2u);
+    // Not before ten seconds of the clock have passed; the second about an interval
+    // later (a tick counts whole stretches of time, so a little less may do).
+    EXPECT_GE(served_in[0], 10);
+    EXPECT_GE(served_in[1] - served_in[0], 15);
+    EXPECT_GT(call_home_timer, 0);
+    EXPECT_LE(call_home_timer, 30);
 }
 
 }  // namespace

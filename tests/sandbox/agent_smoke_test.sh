@@ -26,7 +26,7 @@ out=$("$sandbox" --wget "$wget" -- bash -c '
   if [ $status -ne 124 ]; then echo "FAIL: signage-agent ended early with status $status"; exit 1; fi
 ' smoke "$agent" "$sim" 2>&1)
 status=$?
-if [ $status -ne 0 ] || grep -qE "runtime error|AddressSanitizer|LeakSanitizer" <<<"$out"; then
+if [ $status -ne 0 ] || grep -qE "runtime error|AddressSanitizer|LeakSanitizer|ThreadSanitizer" <<<"$out"; then
   echo "FAIL: agent smoke test" >&2
   echo "$out" >&2
   exit 1

@@ -109,6 +109,12 @@ TEST(ScheduleInspectProgram, RefusesWhatItCannotRead)
 TEST(ScheduleInspectProgram, ExamplesAtChosenMoments)
 {
     set_central_europe();
+    // The store with its evening item ending in 2099, beyond the device's 32-bit clock:
+    // the item never plays there, and so not here either.
+    std::string store = sandbox::read_file(kStore);
+    store.replace(store.find("end=\"2027-01-01T00:00:00\""), 25, "end=\"2099-12-31T23:59:59\"");
+    const std::string far_end = "/tmp/far-end.xml";
+    sandbox::write_file(far_end, store);
     const struct {
         const std::string& file;
         const char* at;
@@ -135,6 +141,7 @@ TEST(ScheduleInspectProgram, ExamplesAtChosenMoments)
         {kStore, "2026-04-05T20:50:00", "now=75000 playlist=2 layout=-1 next=75600"},
         {kStore, "2026-04-05T21:30:00", "now=77400 playlist=0 layout=-1 next=86400"},
         {kStore, "2026-07-01 12:00:00", "now=43200 playlist=0 layout=-1 next=74700"},  // a blank for the T
+        {far_end, "2026-03-30T20:50:00", "now=75000 playlist=1 layout=-1 next=86400"},
     };
     for (const auto& c : cases) {
         ToolRun r = run_tool(c.file + " --at '" + c.at + "'");
@@ -162,6 +169,9 @@ TEST(ScheduleInspectProgram, ExamplesAtChosenMoments)
         {kStore, "2026-03-30T10:00:00",
          {"  item 1 (2026-03-28T10:00:00 to 2026-03-29T18:00:00), playlist 1 \"Spring sale\": its period does not "
           "touch today\n"}},
+        {far_end, "2026-03-30T20:50:00",
+         {"  item 2 (2026-01-01T00:00:00 to 2099-12-31T23:59:59), playlist 2 \"Closing soon\": its start or end "
+          "lies outside 1901-12-14 .. 2038-01-19, which the player's 32-bit clock cannot count\n"}},
     };
     for (const auto& e : explained) {
         std::string out = run_tool(e.file + " --at " + e.at).out;

@@ -185,17 +185,18 @@ std::string typed(const std::string& text)
     return fields(r, i, l, b) + " " + fields(ai, al, ab);
 }
 
-// Numbers as atoi/atol read them, held at the type's limits, from the first 31
-// characters; a boolean is true only for a "True", "true" or "TRUE" prefix.
+// Numbers as atoi/atol read them, held at the 32-bit limits (a long is as wide as on
+// the device, whatever the target), from the first 31 characters; a boolean is true
+// only for a "True", "true" or "TRUE" prefix.
 TEST(Accessors, NumbersAndBooleans)
 {
     const std::pair<std::string, const char*> cases[] = {
         {"42", "0,42,42,0 42,42,0"},
         {" -7abc", "0,-7,-7,0 -7,-7,0"},
         {"abc", "0,0,0,0 0,0,0"},
-        {"99999999999", "0,2147483647,99999999999,0 2147483647,99999999999,0"},
-        {"-99999999999", "0,-2147483648,-99999999999,0 -2147483648,-99999999999,0"},
-        {"1" + std::string(40, '0'), "0,2147483647,9223372036854775807,0 2147483647,9223372036854775807,0"},
+        {"99999999999", "0,2147483647,2147483647,0 2147483647,2147483647,0"},
+        {"-99999999999", "0,-2147483648,-2147483648,0 -2147483648,-2147483648,0"},
+        {"1" + std::string(40, '0'), "0,2147483647,2147483647,0 2147483647,2147483647,0"},
         {"TRUE", "0,0,0,1 0,0,1"},
         {"True ", "0,0,0,1 0,0,1"},
         {"trueish", "0,0,0,1 0,0,1"},

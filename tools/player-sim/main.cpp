@@ -2,6 +2,7 @@
 // only their message-queue protocol with the agent, so that the agent runs end to end
 // in the sandbox. See --help.
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -214,7 +215,9 @@ struct Sim {
     Options options;
     sim::Log log;
     sim::Bridge bridge;
-    int player_queue, request_queue, reply_queue, notify_queue;
+    // A receiving thread opens its queue again when it was removed, while the main
+    // thread may be sending on the notification queue.
+    std::atomic<int> player_queue, request_queue, reply_queue, notify_queue;
 };
 
 std::string head(int key, long type, std::size_t len)
@@ -238,7 +241,7 @@ int command_id_of(std::string_view text)
 
 // Takes messages from one queue for ever and hands each to `handle`.
 template <typename Handle>
-void receive_loop(Sim& s, int key, int& queue, long type, int flags, Handle handle)
+void receive_loop(Sim& s, int key, std::atomic<int>& queue, long type, int flags, Handle handle)
 {
     auto msg = std::make_unique<queue_wire<kMaxText>>();
     for (;;) {

@@ -191,6 +191,9 @@ void explain_idle_items(std::FILE* out, const DRAVIK_CONTENT& c, std::time_t at,
         if (st == 0 || et == 0)
             why = "its start or end is not a date-time of the form 2026-03-01T08:00:00, so it "
                   "is ignored";
+        else if (st == -1 || et == -1)
+            why = "its start or end lies outside 1901-12-14 .. 2038-01-19, which the player's "
+                  "32-bit clock cannot count";
         else if (!(st <= midnight + kDay && et > midnight))
             why = "its period does not touch today";
         else if (it.dayItemCount != 0) {
