@@ -35,12 +35,10 @@ int clamp_count(int count, int capacity)
     return count < capacity ? count : capacity;
 }
 
+// The queue's header holds its pool and copy function from the start; emptying it is
+// all a set-up needs.
 void set_up_queue()
 {
-    s_xlist.capacity = kDownloadCapacity;
-    s_xlist.nodes = xNodes;
-    s_xlist.copy = CopyNodeData;
-    XLIST = &s_xlist;
     newList(XLIST);
     g_priority_count = 0;
 }

@@ -164,11 +164,7 @@ int cleanup_disk(DRAVIK_CONTENT* pContent, const char* saved_content_id, int tar
     results->files_deleted = 0;
     if (fs.free_percent >= target_pct) return 0;
 
-    cu_xlist.capacity = kCleanupCapacity;
-    cu_xlist.nodes = cu_xNodes;
-    cu_xlist.copy = CopyCleanupListNodeData;
-    cleanupList = &cu_xlist;
-    newList(cleanupList);
+    newList(cleanupList);  // its header holds the pool and copy function from the start
     mem_chunk_offset = 0;
 
     // Pictures are looked at only when every video found room.
