@@ -1,7 +1,6 @@
 #include "content/current_item.h"
 
 DRAVIK_CONTENT currentContent;
-char g_saved_content_id[39];
 
 // Not written yet.
 int process_content(char*, char*) { return 1; }

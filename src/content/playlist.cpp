@@ -4,11 +4,12 @@
 #include <memory>
 
 #include "core/text.h"
+#include "storage/cleanup.h"
 
 namespace {
 
 constexpr const char* kPlaylistDir = "/tmp/playlists";
-constexpr const char* kTempPlaylist = "/tmp/currentpl";
+constexpr const char* kTempPlaylist = kPlayingMediaList;  // the disk cleanup reads it
 constexpr const char* kTempLayout = "/tmp/currentlo";
 
 struct FileCloser {

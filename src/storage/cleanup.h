@@ -25,6 +25,11 @@ struct CLEANUP_RESULTS {
 
 constexpr int kCleanupCapacity = 512;
 
+// The playing playlist's media, one bare name a line: written by the playlist module
+// whenever it starts a playlist, read here to spare those files while new content
+// waits to take over.
+constexpr const char* kPlayingMediaList = "/tmp/currentpl";
+
 // The cleanup candidates. The slot array is four times the pool on purpose; only the
 // first 512 slots are ever used.
 extern LIST cu_xlist;

@@ -5,6 +5,7 @@ DRAVIK_CONTENT Content;
 DRAVIK_DLREQUEST DLRequest;
 DRAVIK_CONFIGURATION Configuration;
 DRAVIK_CONFIGURATION_CH ConfigurationCH;
+char g_saved_content_id[39];
 int g_PlayerValid;
 int g_ContentValid;
 int g_DLRequestValid;

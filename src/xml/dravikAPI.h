@@ -177,6 +177,10 @@ extern DRAVIK_CONTENT Content;
 extern DRAVIK_DLREQUEST DLRequest;
 extern DRAVIK_CONFIGURATION Configuration;
 extern DRAVIK_CONFIGURATION_CH ConfigurationCH;
+// The id of the content document saved on the disk (/mnt/hd3/contentdata.txt), set at
+// start-up and when the content check saves a new document. Kept here, beside the
+// records, because the disk cleanup below the content check compares it too.
+extern char g_saved_content_id[39];
 extern int g_PlayerValid;
 extern int g_ContentValid;
 extern int g_DLRequestValid;

@@ -1,0 +1,204 @@
+// Heap allocations (and time) of the download check and the disk cleanup at their
+// capacities: a queue of 200 files, a candidate list of 512 files. malloc and its
+// family are replaced (glibc lets a program do so, and libc's own calls then come here
+// too), so everything counts: operator new, stdio, opendir. Run it in the sandbox
+// (tools/bench): it fills /mnt/hd4.
+#include <atomic>
+#include <benchmark/benchmark.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "core/seam.h"
+#include "core/usb_xapp.h"
+#include "download/download.h"
+#include "download/wget.h"
+#include "storage/cleanup.h"
+#include "storage/pelk_file.h"
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t n, std::size_t size);
+void* __libc_realloc(void* p, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void* p);
+}
+
+namespace {
+
+std::atomic<bool> counting{false};
+std::atomic<long> allocations{0};
+
+void* counted(void* p)
+{
+    if (counting.load(std::memory_order_relaxed)) allocations.fetch_add(1, std::memory_order_relaxed);
+    return p;
+}
+
+}  // namespace
+
+extern "C" {
+void* malloc(std::size_t size) noexcept { return counted(__libc_malloc(size)); }
+void* calloc(std::size_t n, std::size_t size) noexcept { return counted(__libc_calloc(n, size)); }
+void* realloc(void* p, std::size_t size) noexcept { return counted(__libc_realloc(p, size)); }
+void* memalign(std::size_t alignment, std::size_t size) noexcept
+{
+    return counted(__libc_memalign(alignment, size));
+}
+void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept
+{
+    return counted(__libc_memalign(alignment, size));
+}
+int posix_memalign(void** out, std::size_t alignment, std::size_t size) noexcept
+{
+    *out = counted(__libc_memalign(alignment, size));
+    return *out ? 0 : ENOMEM;
+}
+void free(void* p) noexcept { __libc_free(p); }
+}
+
+namespace {
+
+// Shell commands are not run (the cleanup's rm would change what the next run sees),
+// and nothing sleeps: what is measured is the agent's own work.
+class Quiet final : public seam::Platform {
+public:
+    int system(const char*) override { return 0; }
+    void sleep(unsigned) override {}
+    std::time_t now() override { return std::time(nullptr); }
+};
+Quiet quiet;
+
+DRAVIK_CONTENT content;
+
+int thread_count()
+{
+    auto tasks = std::filesystem::directory_iterator("/proc/self/task");
+    return static_cast<int>(std::distance(begin(tasks), end(tasks)));
+}
+
+// Runs `pass` once per iteration and reports its allocations per pass; `before` and
+// `after` set up and tidy each pass outside the count and the clock.
+template <typename Before, typename Pass, typename After>
+void measure(benchmark::State& state, Before before, Pass pass, After after)
+{
+    long total = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        before();
+        allocations = 0;
+        counting = true;
+        state.ResumeTiming();
+        pass();
+        state.PauseTiming();
+        counting = false;
+        total += allocations;
+        after();
+        state.ResumeTiming();
+    }
+    state.counters["allocs_per_pass"] = static_cast<double>(total) / static_cast<double>(state.iterations());
+}
+
+// A full queue: 200 files, all too big for the disk; every pass walks all of them.
+void BM_DownloadCheckFullQueueNothingFits(benchmark::State& state)
+{
+    download_init();
+    for (int i = 0; i < kDownloadCapacity; ++i)
+        download_add_file(("media-file-" + std::to_string(i) + ".mp4").c_str(), 0x7fffffff, 0, i % 2, 3);
+    g_tried_cleanup = 1;
+    measure(state, [] {}, [] { process_download_check(); }, [] {});
+}
+
+// A full queue whose last file is the only one that can go: a pass walks 199 failed
+// files, builds its address and starts the transfer thread.
+void BM_DownloadCheckFullQueueStarts(benchmark::State& state)
+{
+    download_init();
+    for (int i = 0; i < kDownloadCapacity; ++i) {
+        download_add_file(("media-file-" + std::to_string(i) + ".mp4").c_str(), 1048576, 0, 0, 3);
+        if (i + 1 < kDownloadCapacity) static_cast<DOWNLOAD_ITEM*>(listGet(XLIST, i))->errors = 1;
+    }
+    content.servercount = 1;
+    std::strcpy(content.servers[0].address, "$DCMSERVER$/media/$MAC$/$FILE$");
+    download_set_servers(&content);
+    int threads = thread_count();
+    measure(
+        state, [] {}, [] { process_download_check(); },
+        [&] {
+            stop_media_download();
+            while (thread_count() != threads) std::this_thread::yield();
+            if (!download_in_progress()) state.SkipWithError("the pass started nothing");
+            clear_active_download();
+            status.code = 0;
+        });
+}
+
+// A transfer running: the pass only looks at its state.
+void BM_DownloadCheckWhileTransferring(benchmark::State& state)
+{
+    download_init();
+    download_add_file("a.mp4", 1024, 0, 0, 0);
+    gActiveDownload.active = 1;
+    status.code = 255;
+    measure(state, [] {}, [] { process_download_check(); }, [] {});
+    clear_active_download();
+    status.code = 0;
+}
+
+// A full candidate list: 512 videos, none referenced by the 200 files of the content
+// nor by the playing playlist's 100 lines, which are all compared; every candidate's
+// command is formatted (and not run).
+void BM_CleanupDiskFullList(benchmark::State& state)
+{
+    content = {};
+    std::strcpy(content.id, "new");
+    content.filecount = kMaxFiles;
+    for (int i = 0; i < kMaxFiles; ++i)
+        std::snprintf(content.files[i].fname, sizeof content.files[i].fname, "content-file-%03d.mp4", i);
+    std::FILE* list = std::fopen(kPlayingMediaList, "w");
+    for (int i = 0; i < 100; ++i) std::fprintf(list, "playing-file-%03d.mp4\n", i);
+    std::fclose(list);
+    CLEANUP_RESULTS results{};
+    measure(
+        state, [] {}, [&] { cleanup_disk(&content, "old", 50, &results); },
+        [&] {
+            if (results.files_deleted != kCleanupCapacity) state.SkipWithError("the list was not full");
+        });
+}
+
+// The media partition more than half full of files the cleanup may delete.
+void fill_media_partition()
+{
+    remount_fs(4, 1);  // through the sandbox's mount, before the seam is quieted
+    for (int i = 0; i < kCleanupCapacity; ++i)
+        std::fclose(std::fopen(("/mnt/hd4/video/candidate-" + std::to_string(i) + ".mp4").c_str(), "w"));
+    FREESPACE_RESULTS fs{};
+    get_free_space(&fs);
+    std::string filler(1 << 20, 'x');
+    std::FILE* f = std::fopen("/mnt/hd4/audio/filler", "w");
+    for (unsigned kb = 0; kb < fs.allKB * 6 / 10; kb += 1024) std::fwrite(filler.data(), 1, filler.size(), f);
+    std::fclose(f);
+}
+
+BENCHMARK(BM_DownloadCheckFullQueueNothingFits)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_DownloadCheckFullQueueStarts)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_DownloadCheckWhileTransferring)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_CleanupDiskFullList)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    fill_media_partition();
+    seam::install(&quiet);
+    std::strcpy(macAddress, "001A2B3C4D5E");
+    std::strcpy(call_home_address, "http://cms.example:8080");
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
