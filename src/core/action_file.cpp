@@ -220,6 +220,10 @@ int parse_action_file(const char* filename)
         case Action::DeleteUSBConfigFile:
             delete_usb_config();
             kill_timer();
+            // The deletion stands: call-home lines before it in this list are not
+            // written back.
+            unlink(kStoredFile);
+            stored_written = false;
             break;
         case Action::ConfigID: process_config(line, currentCHConfig.id); break;
         case Action::ContentID: process_content(line, currentContent.id); break;

@@ -109,5 +109,6 @@ int load_call_home_config(const char* filename, int override_interval, int initi
 }
 int parse_action_file(const char* filename)
 {
+    if (answers.configured_call_home_timer) call_home_timer = answers.configured_call_home_timer;
     return traced(std::string("parse_action_file ") + filename, 1);
 }
