@@ -41,8 +41,7 @@ void reset()
     call_home_interval = 0;
     currentCHConfig = {};
     AutoOnOffMode = 1;
-    for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
-        queues::drain(key);
+    queues::drain_all();
 }
 }  // namespace fakes
 

@@ -43,8 +43,7 @@ class PlayerSimTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
-            queues::drain(key);
+        queues::drain_all();
     }
 };
 
