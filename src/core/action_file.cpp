@@ -46,8 +46,8 @@ constexpr ActionKeyword kUsbConfKeywords[] = {
 };
 
 // The keywords of the server's command list, in the order they are tested. ContentID
-// is compared over its first 8 characters only, "ContentI", as ConfigID is over 8:
-// the servers in the field rely on neither, but the device has always read it so.
+// is compared over its first 8 characters only, "ContentI", as ConfigID is over 8, so
+// any line that begins "ContentI" is a content line; kept as the device reads it.
 constexpr ActionKeyword kCommandListKeywords[] = {
     {"CallHomeAddress", 15, Action::CallHomeAddress},
     {"CallHomeInterval", 16, Action::CallHomeInterval},
