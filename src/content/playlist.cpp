@@ -1,8 +1,8 @@
 #include "content/playlist.h"
 
 #include <cstdio>
-#include <memory>
 
+#include "core/file.h"
 #include "core/text.h"
 #include "storage/cleanup.h"
 
@@ -11,11 +11,6 @@ namespace {
 constexpr const char* kPlaylistDir = "/tmp/playlists";
 constexpr const char* kTempPlaylist = kPlayingMediaList;  // the disk cleanup reads it
 constexpr const char* kTempLayout = "/tmp/currentlo";
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
 
 File open_for_writing(const char* path) { return File(std::fopen(path, "w")); }
 

@@ -14,6 +14,7 @@
 #include "content/player_state.h"
 #include "content/status.h"
 #include "core/action_file.h"
+#include "core/reboot.h"
 #include "core/seam.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
@@ -26,34 +27,15 @@ int playlist_started;
 
 namespace {
 
-constexpr const char* kRebootCommand = ".1.3.6.1.4.1.58321.3.5.7.0 i 0";
-
 int notify_queue = -1;
 char data[kSnmpTextSize];  // receives the bridge's replies
 int nextSeconds;           // out-parameter of getAutoOnOffMode, kept between passes
-
-// An upgrade has been started and must not be disturbed: the main thread stops
-// serving anything for good. The timer thread keeps ticking.
-[[noreturn]] void sleep_forever()
-{
-    for (;;) seam::sleep(5);
-}
-
-void reboot_sequence()
-{
-    send_snmp_command(kSnmpSetType, kRebootCommand, data);
-    seam::sleep(5);
-    seam::system("reboot");
-    seam::sleep(3600);
-}
 
 // A configuration file has arrived from a USB stick (or was copied from the disk on
 // USB_CALL_NOW): check for upgrades, then adopt the file.
 void configuration_update(const sMSG_COMMON_FORMAT& msg_usb)
 {
-    int r = check_inf_file();
-    if (r == 1) reboot_sequence();  // should reboot return, carry on
-    else if (r == -1) sleep_forever();
+    follow_upgrade_result(check_inf_file());  // should a reboot return, carry on
     unlink("/tmp/pelk_version_info.inf");
     int no_media = msg_usb.usbCfg.usbMediaStatus == 0 ? 1 : 0;
     load_call_home_config("/tmp/temp_USB.CONF", no_media, 0);
@@ -85,12 +67,9 @@ void dispatch(s_MSG_BUF& msg)
     case USB_COPY_DONE:
         if (timer_stopped) start_timer();
         break;
-    case USB_FIRMWARE_CHECK: {
-        int r = process_check_version(check_version_line);
-        if (r == 1) reboot_sequence();
-        else if (r == -1) sleep_forever();
+    case USB_FIRMWARE_CHECK:
+        follow_upgrade_result(process_check_version(check_version_line));
         break;
-    }
     default:
         break;
     }
@@ -113,7 +92,11 @@ void serve_call_home()
         MutexLock lock(timerMutex);
         initiate_call_home = 0;
     }
-    start_timer();  // a failed fetch re-arms the countdown just the same
+    // Re-armed from the interval, a failed fetch too; but a countdown the command list
+    // armed itself stands: a list that names a new server has it called five seconds
+    // later, not a whole interval later.
+    if (call_home_timer == 0) start_timer();
+    else timer_stopped = 0;
 }
 
 void serve_auto_on_off()

@@ -17,8 +17,6 @@ const char kvr_media_path[kMediaPathCount][kMediaPathSize] = {
 
 namespace {
 
-constexpr const char* kVideoExtensions[] = {"m2t", "ts",  "m2v", "m2p", "mpeg",
-                                            "mpg", "mp4", "avc", "wmv", "m4t"};
 constexpr const char* kPictureExtensions[] = {"jpg", "png"};
 
 // Directory of a media type: 0 video, 1 picture, 2 web page; nullptr for others.

@@ -15,6 +15,10 @@ constexpr int kMediaPathSize = 48;
 // 0 video, 1 audio, 2 picture, 3 playlists, 4 browser pages, 5 the media partition.
 extern const char kvr_media_path[kMediaPathCount][kMediaPathSize];
 
+// The extensions of video files, compared without regard to case, in the order tested.
+inline constexpr const char* kVideoExtensions[] = {"m2t", "ts",  "m2v", "m2p", "mpeg",
+                                                   "mpg", "mp4", "avc", "wmv", "m4t"};
+
 struct FREESPACE_RESULTS {
     std::uint32_t freeKB;  // available to ordinary users
     std::uint32_t allKB;   // partition size

@@ -41,8 +41,7 @@ void reset()
     call_home_interval = 0;
     currentCHConfig = {};
     AutoOnOffMode = 1;
-    for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
-        queues::drain(key);
+    queues::drain_all();
 }
 }  // namespace fakes
 
@@ -109,5 +108,6 @@ int load_call_home_config(const char* filename, int override_interval, int initi
 }
 int parse_action_file(const char* filename)
 {
+    if (answers.configured_call_home_timer) call_home_timer = answers.configured_call_home_timer;
     return traced(std::string("parse_action_file ") + filename, 1);
 }

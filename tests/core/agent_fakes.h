@@ -18,7 +18,7 @@ struct Answers {
     int log_timer = 0;                   // compute_log_timer()
     int inf_result = 0;                  // check_inf_file()
     int check_version_result = 0;        // process_check_version()
-    int configured_call_home_timer = 0;  // what load_call_home_config arms, if not 0
+    int configured_call_home_timer = 0;  // what the action-file readers arm, if not 0
 };
 extern Answers answers;
 

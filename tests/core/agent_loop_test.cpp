@@ -111,6 +111,22 @@ TEST_F(AgentLoop, CallHomeLogAndCleanupWaitWhileADownloadRuns)
     EXPECT_THAT(platform.sleeps(), ElementsAre(1u, 1u, 2u, 1u));
 }
 
+// After a call home the countdown is re-armed from the interval, unless the command list
+// armed it itself: a list naming a new server has it called five seconds later.
+TEST_F(AgentLoop, CallHomeKeepsACountdownTheCommandListArmed)
+{
+    call_home_interval = 900;
+    for (int armed : {0, 5}) {
+        fakes::answers.configured_call_home_timer = armed;
+        initiate_call_home = 1;
+        timer_stopped = 1;
+        agent_main_loop_pass();
+        EXPECT_EQ(call_home_timer, armed ? armed : 900);
+        EXPECT_EQ(timer_stopped, 0);
+        EXPECT_EQ(initiate_call_home, 0);
+    }
+}
+
 TEST_F(AgentLoop, AutoOnOffActsOnlyOnAChangeOfMode)
 {
     currentCHConfig.autoOnOffEnable = 1;

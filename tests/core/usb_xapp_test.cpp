@@ -35,8 +35,7 @@ class ControlChannel : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
-            queues::drain(key);
+        queues::drain_all();
     }
     char reply[kSnmpTextSize] = "stale";
 };

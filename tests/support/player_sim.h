@@ -36,6 +36,23 @@ public:
         return wait_for_line(kLog, text, count);
     }
 
+    // The texts of the agent's bridge requests of `type` (769 sets, 770 gets), in the
+    // order they came, with the log's escapes of quotes and backslashes undone.
+    static std::vector<std::string> requests(int type)
+    {
+        std::string head = "recv key=1235 type=" + std::to_string(type) + " len=2048 text=\"";
+        std::vector<std::string> texts;
+        for (const std::string& line : lines(head)) {
+            std::string text;
+            for (std::size_t i = line.find(head) + head.size(); i + 1 < line.size(); ++i) {
+                if (line[i] == '\\' && i + 2 < line.size()) ++i;
+                text += line[i];
+            }
+            texts.push_back(text);
+        }
+        return texts;
+    }
+
     // A second invocation through the shell, e.g. "--notify copy-start", run to
     // completion: its exit status, and its standard output and error in `*output`.
     static int command(const std::string& args, std::string* output = nullptr)

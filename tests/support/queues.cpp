@@ -6,6 +6,8 @@
 #include <sys/msg.h>
 #include <thread>
 
+#include "core/usb_xapp.h"
+
 namespace queues {
 namespace {
 
@@ -51,6 +53,11 @@ void drain(int key)
 {
     while (take(key)) {
     }
+}
+
+void drain_all()
+{
+    for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey}) drain(key);
 }
 
 int count(int key)

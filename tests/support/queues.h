@@ -26,6 +26,10 @@ std::optional<Message> take(int key, long type = 0,
 // Removes every waiting message of every type.
 void drain(int key);
 
+// The same for each of the agent's four queues (player, bridge request and reply,
+// notifications), so that a test starts with nothing left over from the one before.
+void drain_all();
+
 // The number of messages waiting.
 int count(int key);
 

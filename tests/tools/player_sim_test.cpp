@@ -43,8 +43,7 @@ class PlayerSimTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
-            queues::drain(key);
+        queues::drain_all();
     }
 };
 
@@ -104,8 +103,12 @@ TEST_F(PlayerSimTest, UpgradeProgressEndsInTheOutcomeChosenForItsKind)
 
     value("3.5.8.0 s http://updates.example/fw.bin");
     EXPECT_THAT(progress(), ElementsAre("241", "243", "245", "245"));
+    sandbox::write_file("/tmp/software.tar", "image");
     value("3.5.22.0 s ide:///tmp/software.tar");
     EXPECT_THAT(progress(), ElementsAre("241", "243", "240", "240"));
+    // An image on the player's disk that is not there fails, whatever the outcome chosen.
+    value("3.5.22.0 s ide:///tmp/missing.tar");
+    EXPECT_THAT(progress(), ElementsAre("241", "243", "245", "245"));
     value("3.5.80.0 s rivEnOaks7k2;downloadxapp;http://updates.example/x.tgz");
     EXPECT_THAT(progress(), ElementsAre("145", "145", "144", "144"));
     value("3.5.80.0 s rivEnOaks7k2;downloadsplash;ide:///tmp/newsplash.jpg");
@@ -116,8 +119,8 @@ TEST_F(PlayerSimTest, UpgradeProgressEndsInTheOutcomeChosenForItsKind)
     EXPECT_EQ(value("3.4.15.0"), "2");
 
     EXPECT_THAT(sim.lines("upgrade kind=firmware phase=end outcome=fail value=245"), SizeIs(1));
-    EXPECT_THAT(sim.lines("upgrade kind=software phase=start url=\"ide:///tmp/software.tar\""),
-                SizeIs(1));
+    EXPECT_THAT(sim.lines("url=\"ide:///tmp/software.tar\" file=present"), SizeIs(1));
+    EXPECT_THAT(sim.lines("url=\"ide:///tmp/missing.tar\" file=missing"), SizeIs(1));
 }
 
 TEST_F(PlayerSimTest, GarbledMessagesAreLoggedAndIgnored)

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
+#include <unistd.h>
 #include <utility>
 
 #include "sim_log.h"
@@ -14,6 +15,7 @@ namespace {
 constexpr std::string_view kEnterprise = "1.3.6.1.4.1.58321.";
 constexpr std::string_view kAccessCode = "rivEnOaks7k2";
 constexpr std::string_view kPlaylistAddress = "ram::playlist://r";
+constexpr std::string_view kLocalAddress = "ide://";
 
 // Objects the agent reads but the player alone changes.
 constexpr std::string_view kReadOnly[] = {"3.1.8.0", "3.3.1.0", "3.4.15.0", "3.5.13.0"};
@@ -215,6 +217,8 @@ std::string Bridge::set(std::string_view command)
         // all media is deleted and stops both as well.
         if (number == 7 || number == 1 || number == 17) stop_layer(0);
         if (number == 7 || number == 1 || number == 33) stop_layer(1);
+    } else if ((key == "3.5.15.0" || key == "3.5.16.0") && text == " ") {
+        value.text.clear();  // a lone blank clears the time server: it reports none
     } else if (key == "3.5.8.0") {
         start_upgrade(UpgradeKind::Firmware, text);
     } else if (key == "3.5.22.0") {
@@ -248,8 +252,17 @@ void Bridge::start_upgrade(UpgradeKind kind, std::string_view url)
 {
     upgrade_ = kind;
     progress_reads_ = 0;
+    // An "ide://" address is a file the player reads from its own disk, there and then:
+    // without it the upgrade fails, whatever outcome was chosen.
+    std::string source;
+    source_missing_ = false;
+    if (url.substr(0, kLocalAddress.size()) == kLocalAddress) {
+        std::string path(url.substr(kLocalAddress.size()));
+        source_missing_ = access(path.c_str(), R_OK) != 0;
+        source = source_missing_ ? " file=missing" : " file=present";
+    }
     events_.push_back(std::string("upgrade kind=") + kind_name(kind) + " phase=start url=" +
-                      quoted(url));
+                      quoted(url) + source);
 }
 
 int Bridge::progress()
@@ -263,6 +276,7 @@ int Bridge::progress()
               : upgrade_ == UpgradeKind::Software ? outcomes_.software_ok
               : upgrade_ == UpgradeKind::Xapp     ? outcomes_.xapp_ok
                                                   : outcomes_.splash_ok;
+    ok = ok && !source_missing_;
     int end = ok ? v.ok : v.failed;
     if (read == outcomes_.polls)
         events_.push_back(std::string("upgrade kind=") + kind_name(upgrade_) +

@@ -7,7 +7,9 @@
 //   two playback layers (0 video, 1 browser) that play RAM playlists read from the
 //   playlist folder and are reported together on 3.3.1.0;
 //   upgrade progress on 3.4.15.0 after a firmware, software, extension-application or
-//   boot-splash command, ending in the outcome chosen for that kind.
+//   boot-splash command, ending in the outcome chosen for that kind (a failure when
+//   an "ide://" image is not on the disk);
+//   time servers cleared by a lone blank.
 //
 // Object identifiers may be given in full ("1.3.6.1.4.1.58321.3.5.17.0", with or without
 // a leading dot) or below the enterprise arc ("3.5.17.0"). Not thread-safe: one thread
@@ -74,6 +76,7 @@ private:
     int selected_layer_ = 0;
     UpgradeKind upgrade_ = UpgradeKind::None;
     int progress_reads_ = 0;
+    bool source_missing_ = false;  // an "ide://" image that was not there
     std::vector<std::string> events_;
 };
 

@@ -49,7 +49,8 @@ Start values of the bridge's objects:
   --resolution N          resolution code, 3.2.9.0 (default 8)
   --firmware-version N    installed firmware version, 3.5.13.0 (default 528, 0x210)
   --time-server1 TEXT     primary time server, 3.5.15.0 (default pool.ntp.org)
-  --time-server2 TEXT     secondary time server, 3.5.16.0 (default none)
+  --time-server2 TEXT     secondary time server, 3.5.16.0 (default none); a set of
+                          either to a lone blank (" ") clears it
   --timezone N            time zone, 3.5.17.0 (default 0)
   --logging 0|1           logging, 3.5.35.0 (default 0)
   --value OID=INTEGER:N | OID=STRING:TEXT | OID=Hex-STRING:HEX
@@ -65,7 +66,8 @@ read or lacks its [Control], Name or [List] shows "rN,<name>,Error,<why>,0". A s
 Upgrades: after a set of 3.5.8.0 (firmware), 3.5.22.0 (software) or 3.5.80.0
 ("<code>;downloadxapp;URL" or "<code>;downloadsplash;URL"), reads of 3.4.15.0 report
 the upgrade under way (241-244; 145; 255) and then its end: success 240, 144, 1;
-failure 245, 146, 2.
+failure 245, 146, 2. An "ide:///PATH" address is a file the player reads when the
+command arrives: without it the upgrade fails whatever the outcome chosen.
   --firmware ok|fail  --software ok|fail  --xapp ok|fail  --splash ok|fail
                           outcome of each kind (default ok)
   --upgrade-polls N       reads of 3.4.15.0 under way before the end (default 3)
@@ -92,7 +94,9 @@ Log lines: "<seconds.millis> <event> <field>=<value> ...", texts quoted with C e
   send    key=1240 type=31 len=64 cmmd=N name=NAME media=N
   drop    key=K type=T len=N why="..." text="..."         wrong size, type or text: ignored
   state   layer=N report="..."                            a layer started or stopped
-  upgrade kind=K phase=start url="..." | phase=end outcome=ok|fail value=N
+  upgrade kind=K phase=start url="..." [file=present|missing]
+                                                          (file= for "ide://" addresses)
+          | phase=end outcome=ok|fail value=N
   stop    signal=N
 )";
 
