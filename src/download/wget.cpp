@@ -200,22 +200,33 @@ int ftp_file(char* url, const char* destfile, unsigned int max_bytes, const char
     }
 }
 
-// Runs on its own detached thread; its only result is status.code. It returns rather
-// than calling pthread_exit, which for a thread's start routine is the same end, so
-// that a caller may also run it in place.
+// Runs on its own detached thread; its only result is status.code. It works on its own
+// copy of the request, taken as it starts (the manager fills `status` before it creates
+// the thread), so that once the code is final the manager may fill in the next request
+// while this thread still renames the file and remounts. It returns rather than calling
+// pthread_exit, which for a thread's start routine is the same end, so that a caller may
+// also run it in place.
 void* ftp_file_to_hd(void*)
 {
+    char url[kUrlSize];
+    std::memcpy(url, status.url, sizeof url);  // kept whole: an unterminated URL is refused below
+    char fname[sizeof status.fname];
+    copy_text(fname, text_of(status.fname));
+    char auth[sizeof status.auth];
+    copy_text(auth, text_of(status.auth));
+    int media_index = status.media_index;
+
     int countdown = kStallPolls;
     unsigned int last = 0;
-    initialize_wget_transfer(status.url);
+    initialize_wget_transfer(url);
     remount_fs(4, 1);
-    if (strnlen(status.url, kUrlSize) > 512) {
+    if (strnlen(url, kUrlSize) > 512) {
         status.code = 134;
         return nullptr;  // the partition stays writable on this one path, as it always has
     }
 
-    if (status.media_index < 0 || status.media_index >= 5) status.media_index = 0;
-    const char* dir = kvr_media_path[status.media_index];
+    if (media_index < 0 || media_index >= 5) media_index = 0;
+    const char* dir = kvr_media_path[media_index];
     if (chdir(dir) != 0) std::perror(dir);
     status.code = 255;
     char temp[kMediaPathSize + 16];
@@ -233,10 +244,7 @@ void* ftp_file_to_hd(void*)
     if (n < 0 || static_cast<std::size_t>(n) >= sizeof temp) return fail(134);  // the table's paths are short
 
     char command[kCommandSize];
-    bool with_auth = status.auth[0] != '\0';
-    char auth[sizeof status.auth];
-    copy_text(auth, text_of(status.auth));
-    if (!wget_command(command, status.url, temp, "Authorization: Basic ", with_auth ? auth : nullptr))
+    if (!wget_command(command, url, temp, "Authorization: Basic ", auth[0] != '\0' ? auth : nullptr))
         return fail(134);
     seam::system(command);
 
@@ -268,9 +276,7 @@ void* ftp_file_to_hd(void*)
     status.code = 1;
     // The name comes from the content document; only its last part names the file, so
     // it cannot place the file outside the media directory.
-    char target[kMediaPathSize + sizeof status.fname + 1];
-    char fname[sizeof status.fname];
-    copy_text(fname, text_of(status.fname));
+    char target[kMediaPathSize + sizeof fname + 1];
     std::snprintf(target, sizeof target, "%s/%s", dir, get_file_name(fname));
     if (std::rename(temp, target) != 0) {
         std::perror(target);
