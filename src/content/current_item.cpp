@@ -153,6 +153,10 @@ bool fetched_document_is(const DRAVIK_CONTENT* c)
     return dA_ParseContent(kFetchedContent) == 0 && text_of(dA_Content()->id) == text_of(c->id);
 }
 
+// The display is in its on period. Start-up keeps -1 for "off" until the first
+// evaluation, so that it counts as a change: nothing starts on a screen that is off.
+bool display_on() { return AutoOnOffMode > 0; }
+
 // Nothing else makes the folder the player reads its lists from; on the device the
 // player may have made it already.
 void make_playlist_folder() { mkdir("/tmp/playlists", 0755); }
@@ -220,7 +224,7 @@ void check_without_layout(Check& k)
     make_playlist_folder();
     MakeRAMVideoPlaylist(k.ramPL, p, k.content);
     MakeTEMPPlaylist(p, k.content);
-    if (AutoOnOffMode != 0) start_ram_playlist(k.ramPL, 0);
+    if (display_on()) start_ram_playlist(k.ramPL, 0);
     save_if_new(k.content);
     // The scheduled playlist's name even when the default stands in: deliberately, the
     // status shows what the schedule asks for.
@@ -274,7 +278,7 @@ void check_with_layout(Check& k)
         MakeRAMVideoPlaylist(k.ramPL, k.pl, k.content);
         MakeTEMPPlaylist(k.pl, k.content);
     }
-    if (AutoOnOffMode != 0) {
+    if (display_on()) {
         start_ram_playlist(k.ramLayoutPL, 1);
         // Without a playlist the video slot is the free one all the same: it plays what
         // an earlier check left there.

@@ -203,6 +203,8 @@ TEST_F(ContentCheck, PlayerShowsWhatTheScheduleAsks)
          "r0,c-7*2,Playing,before.mpg,1%Idle,,0", 605, "0,0,,,,|,Lobby,Late,"},
         {"display off: written, not started", 1, -1, {}, nullptr, nullptr, 8, 0, {}, "Idle,,0%Idle,,0", 21605,
          "1,0,Lobby,Menu,,|,,,"},
+        {"display off since start-up", 1, -1, {}, nullptr, nullptr, 8, -1, {}, "Idle,,0%Idle,,0", 21605,
+         "1,0,Lobby,Menu,,|,,,"},
         {"nothing scheduled", -1, -1, {}, "c-7*2", "c-7*0", 8, 1, {kStop + "7"}, "Idle,,0%Idle,,0", 21605,
          "0,1,Lobby,,,|,,,"},
         {"a layout left on the browser goes", 2, -1, {}, "c-7*2", "c-7*0", 8, 1, Texts{kStop + "33"} + starts(0, 1),
@@ -248,7 +250,7 @@ TEST_F(ContentCheck, PlayerShowsWhatTheScheduleAsks)
         if (c.area) {
             EXPECT_THAT(PlayerSim::lines("state layer=0 report=").back(), EndsWith(c.area));
         }
-        if (c.auto_mode == 0) {  // the list is ready for when the display comes on
+        if (c.auto_mode <= 0) {  // the list is ready for when the display comes on
             EXPECT_THAT(sandbox::read_file("/tmp/playlists/r0"), HasSubstr("Name = c-7*1\r\n"));
         }
     }
