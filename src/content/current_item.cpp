@@ -166,8 +166,9 @@ void save_if_new(const DRAVIK_CONTENT* c)
 {
     if (text_of(g_saved_content_id) == text_of(c->id)) return;
     if (!fetched_document_is(c)) {
-        std::printf("content %s: %s now holds another document; the saved one is kept\n", c->id,
-                    kFetchedContent);
+        auto id = text_of(c->id);
+        std::printf("content %.*s: %s now holds another document; the saved one is kept\n",
+                    static_cast<int>(id.size()), id.data(), kFetchedContent);
         return;
     }
     remount_fs(3, 1);
@@ -181,11 +182,11 @@ void save_if_new(const DRAVIK_CONTENT* c)
 // What one content check compares and where it would write.
 struct Check {
     DRAVIK_CONTENT* content;
-    int pl, layout;      // scheduled now; negative: none
+    int pl, layout;          // scheduled now; negative: none
     int ramPL, ramLayoutPL;  // the video and browser slots that are not playing
-    char plname[64];     // "<id>*<pl>", empty when no playlist is scheduled
-    char loname[64];     // "<id>*<layout>"
-    int next;            // seconds to the schedule's next event
+    char plname[64];         // "<id>*<pl>", empty when no playlist is scheduled
+    char loname[64];         // "<id>*<layout>"
+    int next;                // seconds to the schedule's next event
 };
 
 // No layout scheduled: the video layer alone, full screen, with the default playlist
