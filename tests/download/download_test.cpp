@@ -431,6 +431,25 @@ TEST_F(Downloads, CheckActsOnTheStartAndHandsBackPendingWorkOnlyBetweenTransfers
         if (download_in_progress()) settle();
         clear_active_download();
     }
+
+    // Once a transfer's code is final the manager may fill in the next request while the
+    // thread still moves its file into place and remounts: the thread works on its own
+    // copy of the request (a ThreadSanitizer build reports it if it does not). The next
+    // transfer may then find the partition put back to read-only under it, which the
+    // check's countdown keeps from happening in the agent, so only its end is awaited.
+    download_clear_download_list();
+    queue("d.mp4", 4, 0, false, 1);
+    queue("e.mp4", 4, 0, false, 1);
+    CmsSim::put(kServed + std::string("d.mp4"), body);
+    EXPECT_EQ(check()[0], DL_STATE_ACTIVE);
+    ASSERT_TRUE(sandbox::wait_until([] { return status.code == 1; }));
+    EXPECT_EQ(check()[0], DL_STATE_COMPLETE);
+    EXPECT_EQ(check()[0], DL_STATE_ACTIVE);
+    EXPECT_STREQ(status.fname, "e.mp4");
+    wait_for_transfer();
+    EXPECT_EQ(sandbox::read_file("/mnt/hd4/video/d.mp4"), body);
+    EXPECT_NE(status.code.load(), 255);
+    clear_active_download();
 }
 
 }  // namespace
