@@ -1,9 +1,7 @@
 // Real calls home: the command list, the configuration document and the version file
 // served by cms-sim and fetched through wget-compat (the sandbox's wget), read by the
 // real action-file reader, configuration and version check, with player-sim as the
-// player. Each second the agent sleeps lasts 100 ms, so a document fetch's 2-second
-// polls take 0.2 s and its stall time-out 2 s; wget-compat's timings are shortened to
-// match.
+// player; transfers run at a tenth of their pace (CmsSim::pace_transfers).
 #include <algorithm>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -68,10 +66,7 @@ class CallHome : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        setenv("WGET_COMPAT_STALL_SECONDS", "0.3", 1);
-        setenv("WGET_COMPAT_PROGRESS_SECONDS", "0.05", 1);
-        platform.run_commands(true);
-        platform.scale_sleeps(100);
+        CmsSim::pace_transfers(platform);
         queues::drain_all();
         sandbox::set_writable(3, true);
         unlink(kSaved);

@@ -99,13 +99,10 @@ protected:
     }
 
     // Transfers that really run, from cms-sim through server 1
-    // ("$DCMSERVER$/m/$MAC$/$FILE$..."): each second the thread sleeps lasts 100 ms, so
-    // its stall time-out is 2 s, and wget-compat's timings are shortened to match.
+    // ("$DCMSERVER$/m/$MAC$/$FILE$..."), at a tenth of their pace.
     void real_transfers()
     {
-        setenv("WGET_COMPAT_STALL_SECONDS", "0.3", 1);
-        setenv("WGET_COMPAT_PROGRESS_SECONDS", "0.05", 1);
-        platform.scale_sleeps(100);
+        CmsSim::pace_transfers(platform);
         std::strcpy(call_home_address, CmsSim::url("").c_str());
     }
 
