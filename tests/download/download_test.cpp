@@ -1,6 +1,7 @@
 // The download queue and manager over the sandbox's real media partition (128000 KB of
 // tmpfs), the real md5sum and the real list. Whatever transfer thread the build has,
-// each start is stopped and its thread waited for before the next row.
+// each start is stopped, or run to its end from cms-sim through wget-compat, and its
+// thread waited for before the next row.
 #include "download/download.h"
 
 #include <algorithm>
@@ -20,6 +21,7 @@
 #include "download/wget.h"
 #include "storage/cleanup.h"
 #include "storage/pelk_file.h"
+#include "support/cms_sim.h"
 #include "support/fake_platform.h"
 #include "support/sandbox.h"
 
@@ -81,15 +83,49 @@ protected:
         if (failed) static_cast<DOWNLOAD_ITEM*>(listGet(XLIST, listSize(XLIST) - 1))->errors = 1;
     }
 
+    // Waits until the transfer thread a start began is gone, its file moved into place.
+    void wait_for_transfer()
+    {
+        ASSERT_TRUE(sandbox::wait_until([&] { return std::ranges::includes(threads, thread_ids()); }));
+    }
+
     // Stops the transfer a start began and waits until its thread is gone.
     void settle()
     {
         stop_media_download();
-        ASSERT_TRUE(sandbox::wait_until([&] {
-            return std::ranges::includes(threads, thread_ids());
-        }));
+        wait_for_transfer();
         EXPECT_NE(status.code.load(), 255);  // every way out ends with a final code
         status.code = 0;
+    }
+
+    // Transfers that really run, from cms-sim through server 1
+    // ("$DCMSERVER$/m/$MAC$/$FILE$..."), at a tenth of their pace.
+    void real_transfers()
+    {
+        CmsSim::pace_transfers(platform);
+        std::strcpy(call_home_address, CmsSim::url("").c_str());
+    }
+
+    static constexpr const char* kServed = "/m/001A2B3C4D5E/";
+
+    // One download check with the flags as the main loop would leave them; its outcome:
+    // dl_state, the two counts, out_of_memory_error, too_many_download_errors, then the
+    // flags cleanup, content check, status post, call home, then g_tried_cleanup and
+    // the next check's countdown.
+    static std::vector<int> check(bool pending = false, int tried_cleanup = 0)
+    {
+        g_tried_cleanup = tried_cleanup;
+        gPlayerState = {};
+        gPlayerState.too_many_download_errors = 1;
+        initiate_cleanup = initiate_content_check = initiate_post_status = initiate_call_home = 0;
+        initiate_call_home_pending = initiate_cleanup_pending = initiate_send_log = pending;
+        initiate_download_check = 1;
+        process_download_check();
+        const PLAYER_STATE& s = gPlayerState;
+        EXPECT_EQ(initiate_download_check, 0);
+        return {s.dl_state, s.dl_total_count, s.dl_priority_count, s.out_of_memory_error,
+                s.too_many_download_errors, initiate_cleanup, initiate_content_check, initiate_post_status,
+                initiate_call_home, g_tried_cleanup, download_check_timer};
     }
 
     FakePlatform platform;
@@ -160,6 +196,71 @@ TEST_F(Downloads, QueueHoldsWhatTheDiskLacksPriorityFilesFirstAndReversed)
     EXPECT_THAT(digested, ElementsAre("md5sum /mnt/hd4/html/browser/page.html > /tmp/cpcksum",
                                       "md5sum /mnt/hd4/html/browser/old.html > /tmp/cpcksum",
                                       "md5sum /mnt/hd4/html/browser/up.html > /tmp/cpcksum"));
+}
+
+// A file that arrived counts as complete only when the next rebuild of the queue finds
+// it whole on the disk: by its size, and a web page also by its digest.
+TEST_F(Downloads, ArrivedFilesAreCheckedAgainWhenTheQueueIsRebuilt)
+{
+    CmsSim cms({"--fault", "/m/*/slow-*", "rate=4k", "--fault", "/m/*/long.mp4", "extra=1000"});
+    real_transfers();
+    const std::string page = "<html><body>Opening hours: 9 to 5</body></html>\n", body(8192, 'w');
+    const std::string temp = "/mnt/hd4/video/tempfile.xxx";
+    const struct {
+        const char* why;
+        const char* name;
+        int type;
+        std::uint32_t fsize;  // as the document declares it
+        const char* md5;
+        std::function<void()> meanwhile;  // once the first bytes are on the disk
+        int dl_state, dl_error;
+        std::size_t stored;  // bytes the file holds afterwards; 0: not there
+        int queued_again;
+    } rows[] = {
+        {"a web page whose digest holds", "page.html", 2, static_cast<std::uint32_t>(page.size()), "aeba", nullptr,
+         2, 0, page.size(), 0},
+        {"more bytes than the document declares", "big.mp4", 0, 4096, "", nullptr, 2, 0, body.size(), 1},
+        {"more bytes than the answer declares", "long.mp4", 0, 8192, "", nullptr, 2, 0, body.size(), 0},
+        // cms-sim reads the file as it sends it: emptied, it ends the answer short.
+        {"the file vanishes from the server", "slow-gone.mp4", 0, 8192, "",
+         [] { CmsSim::put(kServed + std::string("slow-gone.mp4"), ""); }, 3, 134, 0, 1},
+        {"the temporary file vanishes", "slow-temp.mp4", 0, 8192, "", [&] { unlink(temp.c_str()); }, 2, 0, 0, 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        sandbox::set_writable(4, true);
+        std::system("rm -rf /mnt/hd4/video/* /mnt/hd4/html/browser/*");
+        CmsSim::put(kServed + std::string(row.name), row.type == 2 ? page : body);
+        content.filecount = 1;
+        content.plcount = content.layoutcount = 0;
+        content.files[0] = {0, row.type, 1, {}, row.fsize, {}, {}};
+        std::strcpy(content.files[0].fname, row.name);
+        std::strcpy(content.files[0].md5, row.md5);
+        PL_EVENT ev{-1, -1, 0, 0};
+        CONTENT_DL_STATUS dls;
+        ASSERT_EQ(content_process_downloads(&content, &ev, &dls), 1);
+
+        EXPECT_EQ(check()[0], DL_STATE_ACTIVE);
+        if (row.meanwhile) {
+            ASSERT_TRUE(sandbox::wait_until([&] {
+                std::error_code ec;
+                return std::filesystem::file_size(temp, ec) > 0 && !ec;
+            }));
+            row.meanwhile();
+        }
+        wait_for_transfer();
+        EXPECT_EQ(check()[0], row.dl_state);
+        EXPECT_EQ(gPlayerState.dl_error, row.dl_error);
+        const std::string stored = (row.type == 2 ? "/mnt/hd4/html/browser/" : "/mnt/hd4/video/") + std::string(row.name);
+        EXPECT_EQ(sandbox::exists(stored) ? sandbox::read_file(stored).size() : 0, row.stored);
+        EXPECT_FALSE(sandbox::exists(temp));
+
+        platform.clear();
+        EXPECT_EQ(content_process_downloads(&content, &ev, &dls), row.queued_again);
+        if (row.type == 2) {
+            EXPECT_THAT(platform.commands(), ElementsAre("md5sum " + stored + " > /tmp/cpcksum"));
+        }
+    }
 }
 
 TEST_F(Downloads, StartTakesTheFirstFileThatFitsWithTheMarginAndFillsItsAddress)
@@ -241,10 +342,7 @@ TEST_F(Downloads, CheckActsOnTheStartAndHandsBackPendingWorkOnlyBetweenTransfers
         bool active;   // a transfer in hand
         bool pending;  // call home and cleanup put off, the log's trigger left standing
         int tried_cleanup;
-        // dl_state, the two counts, out_of_memory_error, too_many_download_errors, then the
-        // flags cleanup, content check, status post, call home, then g_tried_cleanup and
-        // the next check's countdown.
-        std::vector<int> outcome;
+        std::vector<int> outcome;  // as check() gives it
     } rows[] = {
         {"started with room to spare", 4, 0, false, false, 0, {1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 10}},
         {"started below the trigger", fit, 0, false, false, 0, {1, 1, 1, 0, 0, 1, 0, 0, 0, 0, 10}},
@@ -267,25 +365,88 @@ TEST_F(Downloads, CheckActsOnTheStartAndHandsBackPendingWorkOnlyBetweenTransfers
             settle();
         }
         status.code = row.code;
-        g_tried_cleanup = row.tried_cleanup;
-        gPlayerState = {};
-        gPlayerState.too_many_download_errors = 1;
-        initiate_cleanup = initiate_content_check = initiate_post_status = initiate_call_home = 0;
-        initiate_call_home_pending = initiate_cleanup_pending = initiate_send_log = row.pending;
-        initiate_download_check = 1;
-
-        process_download_check();
-        const PLAYER_STATE& s = gPlayerState;
-        EXPECT_EQ(std::vector<int>({s.dl_state, s.dl_total_count, s.dl_priority_count, s.out_of_memory_error,
-                                    s.too_many_download_errors, initiate_cleanup, initiate_content_check,
-                                    initiate_post_status, initiate_call_home, g_tried_cleanup, download_check_timer}),
-                  row.outcome);
+        EXPECT_EQ(check(row.pending, row.tried_cleanup), row.outcome);
         EXPECT_EQ(initiate_send_log, row.pending ? 1 : 0);  // never cleared by the hand-back
-        EXPECT_EQ(initiate_download_check, 0);
         if (download_in_progress() && status.code != 255) settle();
         clear_active_download();
     }
     initiate_call_home_pending = initiate_cleanup_pending = initiate_send_log = 0;
+
+    // Transfers that run to their end before the check collects them. A failed file is
+    // not tried again until the queue is rebuilt from the content.
+    CmsSim cms;
+    real_transfers();
+    const std::string body(4096, 'v');
+    for (const char* name : {"a.mp4", "b.mp4", "c.mp4"}) CmsSim::put(kServed + std::string(name), body);
+    // The queue: these files alone, as the row before left it, or rebuilt from a content.
+    enum Queue { kFresh, kKept, kRebuilt };
+    const struct {
+        const char* why;
+        Queue queue;
+        std::vector<std::pair<const char*, int>> files;  // name, priority
+        bool transfer;  // one started and run to its end before the check
+        std::vector<int> outcome;
+        int dl_error = 0;
+        const char* stored = nullptr;  // in the video folder after the check
+    } transfers[] = {
+        {"the last priority file arrives", kFresh, {{"a.mp4", 1}}, true, {2, 0, 0, 0, 1, 0, 1, 1, 0, 0, 10}, 0,
+         "a.mp4"},
+        {"an ordinary file arrives, another waits", kFresh, {{"b.mp4", 0}, {"c.mp4", 0}}, true,
+         {2, 1, 0, 0, 1, 0, 0, 1, 0, 0, 10}, 0, "b.mp4"},
+        {"the server has no such file", kFresh, {{"gone.mp4", 1}}, true, {3, 1, 1, 0, 1, 0, 0, 1, 0, 0, 10}, 134},
+        {"the failed file is not tried again", kKept, {}, false, {0, 1, 1, 0, 1, 0, 0, 1, 0, 0, 0}},
+        {"the rebuilt queue starts it again", kRebuilt, {{"gone.mp4", 1}}, false, {1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 10}},
+    };
+    for (const auto& row : transfers) {
+        SCOPED_TRACE(row.why);
+        if (row.queue == kFresh) {
+            download_clear_download_list();
+            for (auto [name, priority] : row.files) queue(name, 4, priority, false, 1);
+        } else if (row.queue == kRebuilt) {
+            // The content names the file on server 1, in the playlist scheduled now.
+            content.filecount = content.plcount = 1;
+            content.layoutcount = 0;
+            content.files[0] = {0, 0, 1, {}, 4096, {}, {}};
+            std::strcpy(content.files[0].fname, row.files[0].first);
+            content.playlists[0].itemCount = 1;
+            content.playlists[0].PlItems[0].findex = 0;
+            PL_EVENT ev{0, -1, 0, 0};
+            CONTENT_DL_STATUS dls;
+            content_process_downloads(&content, &ev, &dls);
+        }
+        if (row.transfer) {
+            START_DL_RESULT r{};
+            download_start(&r, nullptr);
+            ASSERT_EQ(r.dlstat, DL_STARTED);
+            wait_for_transfer();
+        }
+        EXPECT_EQ(check(), row.outcome);
+        EXPECT_EQ(gPlayerState.dl_error, row.dl_error);
+        if (row.stored) {
+            EXPECT_EQ(sandbox::read_file(std::string("/mnt/hd4/video/") + row.stored), body);
+        }
+        if (download_in_progress()) settle();
+        clear_active_download();
+    }
+
+    // Once a transfer's code is final the manager may fill in the next request while the
+    // thread still moves its file into place and remounts: the thread works on its own
+    // copy of the request (a ThreadSanitizer build reports it if it does not). The next
+    // transfer may then find the partition put back to read-only under it, which the
+    // check's countdown keeps from happening in the agent, so only its end is awaited.
+    download_clear_download_list();
+    queue("d.mp4", 4, 0, false, 1);
+    queue("e.mp4", 4, 0, false, 1);
+    CmsSim::put(kServed + std::string("d.mp4"), body);
+    EXPECT_EQ(check()[0], DL_STATE_ACTIVE);
+    ASSERT_TRUE(sandbox::wait_until([] { return status.code == 1; }));
+    EXPECT_EQ(check()[0], DL_STATE_COMPLETE);
+    EXPECT_EQ(check()[0], DL_STATE_ACTIVE);
+    EXPECT_STREQ(status.fname, "e.mp4");
+    wait_for_transfer();
+    EXPECT_EQ(sandbox::read_file("/mnt/hd4/video/d.mp4"), body);
+    EXPECT_NE(status.code.load(), 255);
+    clear_active_download();
 }
 
 }  // namespace

@@ -46,10 +46,7 @@ class Transfers : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        setenv("WGET_COMPAT_STALL_SECONDS", "0.3", 1);
-        setenv("WGET_COMPAT_PROGRESS_SECONDS", "0.05", 1);
-        fake.run_commands(true);
-        fake.scale_sleeps(100);
+        CmsSim::pace_transfers(fake);
         g_stopFileDownload = 0;
         status.code = 0;
     }

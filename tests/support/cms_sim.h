@@ -1,13 +1,15 @@
 #pragma once
 // cms-sim started beside a test in its sandbox: it serves kRoot on 127.0.0.1:kPort with
 // the fault options given, ready before the constructor returns, stopped by its process
-// id at the end; files put under its folder; its request log. The test target defines
-// CMS_SIM as the program's path.
+// id at the end; files put under its folder; its request log; the pace of real
+// transfers under a FakePlatform. The test target defines CMS_SIM as the program's path.
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
+#include "support/fake_platform.h"
 #include "support/peer.h"
 #include "support/sandbox.h"
 
@@ -20,6 +22,17 @@ public:
     static constexpr const char* kLog = "/tmp/cms-sim.log";
     static constexpr const char* kRoot = "/tmp/cms";
     static constexpr int kPort = 8080;
+
+    // Has `platform` run transfers for real at a tenth of their pace: every command runs
+    // and each second the agent sleeps lasts 100 ms, so its 2-second polls take 0.2 s and
+    // its 20-second stall time-out 2 s; wget-compat's own timings are shortened to match.
+    static void pace_transfers(FakePlatform& platform)
+    {
+        setenv("WGET_COMPAT_STALL_SECONDS", "0.3", 1);
+        setenv("WGET_COMPAT_PROGRESS_SECONDS", "0.05", 1);
+        platform.run_commands(true);
+        platform.scale_sleeps(100);
+    }
 
     // `options` after --root, --port and --log, e.g. {"--fault", "/media/*", "stall=100"}.
     explicit CmsSim(std::vector<std::string> options = {}) : peer_(start(std::move(options)))
