@@ -1,11 +1,7 @@
 // Heap allocations (and time) of the download check and the disk cleanup at their
-// capacities: a queue of 200 files, a candidate list of 512 files. malloc and its
-// family are replaced (glibc lets a program do so, and libc's own calls then come here
-// too), so everything counts: operator new, stdio, opendir. Run it in the sandbox
-// (tools/bench): it fills /mnt/hd4.
-#include <atomic>
+// capacities: a queue of 200 files, a candidate list of 512 files. Run it in the
+// sandbox (tools/bench): it fills /mnt/hd4.
 #include <benchmark/benchmark.h>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "counting.h"
 #include "core/seam.h"
 #include "core/usb_xapp.h"
 #include "download/download.h"
@@ -20,58 +17,12 @@
 #include "storage/cleanup.h"
 #include "storage/pelk_file.h"
 
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t n, std::size_t size);
-void* __libc_realloc(void* p, std::size_t size);
-void* __libc_memalign(std::size_t alignment, std::size_t size);
-void __libc_free(void* p);
-}
-
 namespace {
 
-std::atomic<bool> counting{false};
-std::atomic<long> allocations{0};
+using counting::measure;
 
-void* counted(void* p)
-{
-    if (counting.load(std::memory_order_relaxed)) allocations.fetch_add(1, std::memory_order_relaxed);
-    return p;
-}
-
-}  // namespace
-
-extern "C" {
-void* malloc(std::size_t size) noexcept { return counted(__libc_malloc(size)); }
-void* calloc(std::size_t n, std::size_t size) noexcept { return counted(__libc_calloc(n, size)); }
-void* realloc(void* p, std::size_t size) noexcept { return counted(__libc_realloc(p, size)); }
-void* memalign(std::size_t alignment, std::size_t size) noexcept
-{
-    return counted(__libc_memalign(alignment, size));
-}
-void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept
-{
-    return counted(__libc_memalign(alignment, size));
-}
-int posix_memalign(void** out, std::size_t alignment, std::size_t size) noexcept
-{
-    *out = counted(__libc_memalign(alignment, size));
-    return *out ? 0 : ENOMEM;
-}
-void free(void* p) noexcept { __libc_free(p); }
-}
-
-namespace {
-
-// Shell commands are not run (the cleanup's rm would change what the next run sees),
-// and nothing sleeps: what is measured is the agent's own work.
-class Quiet final : public seam::Platform {
-public:
-    int system(const char*) override { return 0; }
-    void sleep(unsigned) override {}
-    std::time_t now() override { return std::time(nullptr); }
-};
-Quiet quiet;
+// The cleanup's rm is not run: it would change what the next run sees.
+counting::Quiet quiet;
 
 DRAVIK_CONTENT content;
 
@@ -79,28 +30,6 @@ int thread_count()
 {
     auto tasks = std::filesystem::directory_iterator("/proc/self/task");
     return static_cast<int>(std::distance(begin(tasks), end(tasks)));
-}
-
-// Runs `pass` once per iteration and reports its allocations per pass; `before` and
-// `after` set up and tidy each pass outside the count and the clock.
-template <typename Before, typename Pass, typename After>
-void measure(benchmark::State& state, Before before, Pass pass, After after)
-{
-    long total = 0;
-    for (auto _ : state) {
-        state.PauseTiming();
-        before();
-        allocations = 0;
-        counting = true;
-        state.ResumeTiming();
-        pass();
-        state.PauseTiming();
-        counting = false;
-        total += allocations;
-        after();
-        state.ResumeTiming();
-    }
-    state.counters["allocs_per_pass"] = static_cast<double>(total) / static_cast<double>(state.iterations());
 }
 
 // A full queue: 200 files, all too big for the disk; every pass walks all of them.
