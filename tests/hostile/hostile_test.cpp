@@ -118,22 +118,6 @@ void run_action_file(const std::string& text)
     parse_action_file(kList);
 }
 
-// The media download thread, run in place, for the content's file `name`.
-void download_media(const std::string& name, const std::string& auth)
-{
-    std::string address = "http://127.0.0.1:9/m/" + name;
-    fix_spaces(status.url, address.c_str(), sizeof status.url);
-    copy_text(status.fname, name);
-    copy_text(status.auth, auth);
-    status.media_index = 0;
-    ftp_file_to_hd(nullptr);
-    Texts header;
-    if (!auth.empty()) header = {"--header", "Authorization: Basic " + auth};
-    Texts rest = {"-O", "/mnt/hd4/video/tempfile.xxx"};
-    rest.insert(rest.end(), header.begin(), header.end());
-    expect_wget(replaced(address, ' ', "+"), rest);
-}
-
 struct Place {
     const char* what;
     std::function<void(const std::string&)> run;  // feeds one string; checks it arrived whole
@@ -150,10 +134,12 @@ const Place places[] = {
              EXPECT_FALSE(sandbox::exists(media));
          }
      }},
-    {"call-home address, then a configuration fetched from it",
+    {"call-home address from USB.CONF, then a configuration fetched from it",
      [](const std::string& s) {
-         run_action_file("CallHomeAddress," + s + "\nConfigID,hostile-1\n");
-         expect_wget(first_line(s) + "/config.xml", {"-O", "/tmp/daconfig.xml"});
+         sandbox::write_file("/tmp/hostile.conf", "CallHomeAddress," + s + "\n");
+         load_call_home_config("/tmp/hostile.conf", 0, 0);
+         run_action_file("ConfigID,hostile-1\n");
+         expect_wget(upto(s, "\r\n") + "/config.xml", {"-O", "/tmp/daconfig.xml"});
      }},
     {"CheckVersion address",
      [](const std::string& s) {
@@ -174,8 +160,18 @@ const Place places[] = {
              EXPECT_NE(starts.back().find("file=present"), std::string::npos);
          }
      }},
-    {"media download", [](const std::string& s) { download_media(s, ""); }},
-    {"media download with credentials", [](const std::string& s) { download_media("clip.mpg", s); }},
+    {"media download, the name and the credentials",
+     [](const std::string& s) {
+         // The download thread, run in place, as the manager prepares it.
+         std::string address = "http://127.0.0.1:9/m/" + s;
+         fix_spaces(status.url, address.c_str(), sizeof status.url);
+         copy_text(status.fname, s);
+         copy_text(status.auth, s);
+         status.media_index = 0;
+         ftp_file_to_hd(nullptr);
+         expect_wget(replaced(address, ' ', "+"),
+                     {"-O", "/mnt/hd4/video/tempfile.xxx", "--header", "Authorization: Basic " + s});
+     }},
     {"cleanup of a media folder",
      [](const std::string& s) {
          if (!file_name(s)) return;  // a folder listing holds no such name
