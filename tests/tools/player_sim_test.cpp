@@ -89,6 +89,27 @@ TEST_F(PlayerSimTest, LayersReportThePlaylistsTheyWereToldToPlay)
     EXPECT_EQ(value("3.3.1.0"), "r4,,Error,unreadable line 1,0%Idle,,0");
     EXPECT_EQ(value("3.3.32.0 s http://elsewhere/r1"), "");
     EXPECT_EQ(value("3.3.30.0 i 2"), "");
+
+    // A list plays only on its own layer.
+    play(1, "r1");
+    EXPECT_EQ(value("3.3.1.0"), "r4,,Error,unreadable line 1,0%r1,,Error,Video list on the browser layer,0");
+    // Each start takes the area set before it; a coordinate mode holds for one start.
+    for (const char* set : {"3.3.23.0 i 1", "3.3.26.0 i 853", "3.3.27.0 i 480", "3.3.24.0 i 10", "3.3.25.0 i 20"})
+        value(set);
+    play(0, "r1");
+    play(1, "r2");
+    auto states = PlayerSim::lines(" state layer=");
+    ASSERT_GE(states.size(), 2u);
+    EXPECT_THAT(states[states.size() - 2], ::testing::AllOf(HasSubstr("layer=0 report=\"r1,3f2a*2,Playing"),
+                                                            ::testing::EndsWith("area=853x480+10+20 units=pixels")));
+    EXPECT_THAT(states.back(), ::testing::EndsWith("area=853x480+10+20 units=percent"));
+    EXPECT_EQ(value("3.3.23.0 i 2"), "");
+    // The player's own start-up list, after a resolution change.
+    sandbox::write_file("/tmp/h0", "[Control]\r\nLayerType = Video\r\nName = startup\r\n[List]\r\n"
+                                   "ENTRY1 = PICTURE, logo.png,duration=5\r\n");
+    value("3.3.5.0 s h0");
+    EXPECT_EQ(value("3.3.1.0"), "h0,startup,Playing,logo.png,1%r2,3f2a*0,Playing,http://cms.example/menu,1");
+    EXPECT_EQ(value("3.3.5.0 s r0"), "");
 }
 
 TEST_F(PlayerSimTest, UpgradeProgressEndsInTheOutcomeChosenForItsKind)

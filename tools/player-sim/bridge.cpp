@@ -122,8 +122,8 @@ std::string short_oid(std::string_view oid)
     return std::string(oid);
 }
 
-Bridge::Bridge(std::string playlist_dir, UpgradeOutcomes outcomes)
-    : playlist_dir_(std::move(playlist_dir)), outcomes_(outcomes)
+Bridge::Bridge(std::string playlist_dir, std::string startup_dir, UpgradeOutcomes outcomes)
+    : playlist_dir_(std::move(playlist_dir)), startup_dir_(std::move(startup_dir)), outcomes_(outcomes)
 {
     store_["3.4.15.0"] = {Kind::Integer, "0"};  // no upgrade under way
 }
@@ -201,6 +201,9 @@ std::string Bridge::set(std::string_view command)
     if (key == "3.3.30.0") {
         if (number != 0 && number != 1) return bad_request("no such layer");
         selected_layer_ = static_cast<int>(number);
+    } else if (key == "3.3.23.0") {
+        if (number != 0 && number != 1) return bad_request("no such coordinate mode");
+        pixels_ = number == 1;
     } else if (key == "3.3.32.0") {
         std::string_view rest = text.substr(0, kPlaylistAddress.size()) == kPlaylistAddress
                                     ? text.substr(kPlaylistAddress.size())
@@ -208,10 +211,23 @@ std::string Bridge::set(std::string_view command)
         long slot = 0;
         if (!all_digits(rest) || !parse_long(rest, slot) || slot > 999)
             return bad_request("not a RAM playlist address");
-        Layer& layer = layers_[selected_layer_];
-        layer = read_playlist(static_cast<int>(slot));
-        events_.push_back("state layer=" + std::to_string(selected_layer_) +
-                          " report=" + quoted(layers_report()));
+        // The area set before the start, in the coordinate mode set for it: a mode
+        // applies to the one start that follows it, after which percent holds again.
+        auto stored = [this](const char* object, const char* unset) {
+            auto it = store_.find(object);
+            return it == store_.end() ? std::string(unset) : it->second.text;
+        };
+        std::string area = stored("3.3.26.0", "100") + "x" + stored("3.3.27.0", "100") + "+" +
+                           stored("3.3.24.0", "0") + "+" + stored("3.3.25.0", "0") +
+                           (pixels_ ? " units=pixels" : " units=percent");
+        pixels_ = false;
+        play(selected_layer_, playlist_dir_, "r" + std::to_string(slot), area);
+    } else if (key == "3.3.5.0") {
+        // The player's own start-up list, full screen on the video layer: what it plays
+        // after a resolution change has stopped both layers.
+        if (text.size() < 2 || text.front() != 'h' || !all_digits(text.substr(1)))
+            return bad_request("not a start-up list");
+        play(0, startup_dir_, std::string(text), "100x100+0+0 units=percent");
     } else if (key == "3.3.9.0") {
         // 7 stops both layers, 17 the video layer, 33 the browser layer; 1 comes before
         // all media is deleted and stops both as well.
@@ -241,6 +257,13 @@ std::string Bridge::set(std::string_view command)
 }
 
 std::vector<std::string> Bridge::take_events() { return std::exchange(events_, {}); }
+
+void Bridge::play(int layer, const std::string& dir, const std::string& file, const std::string& area)
+{
+    layers_[layer] = read_playlist(dir, file, layer);
+    events_.push_back("state layer=" + std::to_string(layer) + " report=" + quoted(layers_report()) +
+                      " area=" + area);
+}
 
 void Bridge::stop_layer(int layer)
 {
@@ -285,11 +308,11 @@ int Bridge::progress()
     return end;
 }
 
-Bridge::Layer Bridge::read_playlist(int number) const
+Bridge::Layer Bridge::read_playlist(const std::string& dir, const std::string& file, int on_layer) const
 {
     Layer layer;
     layer.loaded = true;
-    layer.file = "r" + std::to_string(number);
+    layer.file = file;
     // Anything wrong with the file shows as the layer's error state, never as a crash.
     auto error = [&layer](std::string why) {
         layer.state = "Error";
@@ -298,7 +321,7 @@ Bridge::Layer Bridge::read_playlist(int number) const
         return layer;
     };
 
-    std::string path = playlist_dir_ + "/" + layer.file;
+    std::string path = dir + "/" + file;
     std::ifstream in(path, std::ios::binary | std::ios::ate);
     if (!in) return error("cannot open " + path);
     if (in.tellg() > std::streamoff{1} << 20) return error("file too large");
@@ -327,6 +350,12 @@ Bridge::Layer Bridge::read_playlist(int number) const
         if (section == Section::Control && ieq(key, "Name")) {
             layer.name = report_text(value, 128);
             has_name = true;
+        } else if (section == Section::Control && ieq(key, "LayerType")) {
+            // A video list plays on the video layer only, a layout on the browser layer.
+            const char* wanted = on_layer == 0 ? "Video" : "Browser";
+            if (!ieq(value, wanted))
+                return error(report_text(value, 20) + " list on the " + (on_layer == 0 ? "video" : "browser") +
+                             " layer");
         } else if (section == Section::List && !has_entry) {
             // "ENTRYn = VIDEO, a.mpg", "... = PICTURE, b.jpg,duration=10", "... = BROWSER, url,..."
             std::size_t comma = value.find(',');

@@ -5,7 +5,9 @@
 //   a store of object values, answered as "<oid> = INTEGER: 5", "<oid> = STRING: "abc""
 //   or "<oid> = Hex-STRING: 00 1A 2B 3C 4D 5E ";
 //   two playback layers (0 video, 1 browser) that play RAM playlists read from the
-//   playlist folder and are reported together on 3.3.1.0;
+//   playlist folder, each in the screen area set before its start (in pixels after a
+//   coordinate mode of 1, else in percent), and are reported together on 3.3.1.0; the
+//   player's own start-up list hN, played on the video layer after a set of 3.3.5.0;
 //   upgrade progress on 3.4.15.0 after a firmware, software, extension-application or
 //   boot-splash command, ending in the outcome chosen for that kind (a failure when
 //   an "ide://" image is not on the disk);
@@ -40,7 +42,9 @@ struct UpgradeOutcomes {
 
 class Bridge {
 public:
-    Bridge(std::string playlist_dir, UpgradeOutcomes outcomes);
+    // RAM playlists rN are read from `playlist_dir`, the player's own lists hN from
+    // `startup_dir`.
+    Bridge(std::string playlist_dir, std::string startup_dir, UpgradeOutcomes outcomes);
 
     // A start value (or any value) of the store. False for a malformed identifier.
     bool set_value(std::string_view oid, Value value);
@@ -64,16 +68,20 @@ private:
         int code = 0;
     };
 
-    Layer read_playlist(int number) const;
+    // Reads `dir`/`file` as the list layer `layer` is to play.
+    Layer read_playlist(const std::string& dir, const std::string& file, int layer) const;
+    // Plays `dir`/`file` on `layer`, logging the report and `area` (as "WxH+X+Y units=U").
+    void play(int layer, const std::string& dir, const std::string& file, const std::string& area);
     void stop_layer(int layer);
     void start_upgrade(UpgradeKind kind, std::string_view url);
     int progress();
 
-    std::string playlist_dir_;
+    std::string playlist_dir_, startup_dir_;
     UpgradeOutcomes outcomes_;
     std::map<std::string, Value> store_;  // by identifier below the enterprise arc
     Layer layers_[2];
     int selected_layer_ = 0;
+    bool pixels_ = false;  // the coordinate mode for the next start only (3.3.23.0 = 1)
     UpgradeKind upgrade_ = UpgradeKind::None;
     int progress_reads_ = 0;
     bool source_missing_ = false;  // an "ide://" image that was not there

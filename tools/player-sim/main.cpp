@@ -58,10 +58,17 @@ Start values of the bridge's objects:
 
 Playback: a set of 3.3.30.0 selects layer 0 (video) or 1 (browser); a set of 3.3.32.0
 to "ram::playlist://rN" makes that layer play --playlists DIR/rN (default
-/tmp/playlists/rN). A get of 3.3.1.0 reports "<layer 0>%<layer 1>", each either
+/tmp/playlists/rN) in the area set before it: width 3.3.26.0, height 3.3.27.0, x
+3.3.24.0, y 3.3.25.0, in pixels when 3.3.23.0 was set to 1 for this start, else in
+percent of the screen (a coordinate mode holds for the one start that follows it). A
+list plays only on its own layer: "LayerType = Video" on layer 0, "Browser" (a layout)
+on layer 1. A set of 3.3.5.0 to "hN" plays the player's own start-up list
+--startup-dir DIR/hN (default /tmp/hN) full screen on layer 0, as a player does after
+a resolution change. A get of 3.3.1.0 reports "<layer 0>%<layer 1>", each either
 "rN,<Name line>,Playing,<first item>,1" or, idle, "Idle,,0"; a file that cannot be
-read or lacks its [Control], Name or [List] shows "rN,<name>,Error,<why>,0". A set of
-3.3.9.0 to 7 (or 1) stops both layers, 17 layer 0, 33 layer 1.
+read, lacks its [Control], Name or [List], or belongs on the other layer shows
+"rN,<name>,Error,<why>,0". A set of 3.3.9.0 to 7 (or 1) stops both layers, 17 layer 0,
+33 layer 1: a stopped layer reports "Idle,,0", so it names no slot any more.
 
 Upgrades: after a set of 3.5.8.0 (firmware), 3.5.22.0 (software) or 3.5.80.0
 ("<code>;downloadxapp;URL" or "<code>;downloadsplash;URL"), reads of 3.4.15.0 report
@@ -93,7 +100,9 @@ Log lines: "<seconds.millis> <event> <field>=<value> ...", texts quoted with C e
   recv    key=1240 type=30 len=64 cmmd=N name=NAME        the agent's answer
   send    key=1240 type=31 len=64 cmmd=N name=NAME media=N
   drop    key=K type=T len=N why="..." text="..."         wrong size, type or text: ignored
-  state   layer=N report="..."                            a layer started or stopped
+  state   layer=N report="..." [area=WxH+X+Y units=pixels|percent]
+                                                          a layer started (with its
+                                                          area) or stopped
   upgrade kind=K phase=start url="..." [file=present|missing]
                                                           (file= for "ide://" addresses)
           | phase=end outcome=ok|fail value=N
@@ -106,6 +115,7 @@ struct Options {
     std::string log = "/tmp/player-sim.log";
     std::string control = "/tmp/player-sim.ctl";
     std::string playlists = "/tmp/playlists";
+    std::string startup = "/tmp";
     bool never_answer = false;
     sim::UpgradeOutcomes outcomes;
     std::string notify;  // set: this invocation only asks the running one to notify
@@ -443,7 +453,7 @@ int main(int argc, char** argv)
     enum {
         kMac = 256, kResolution, kFirmwareVersion, kTimeServer1, kTimeServer2, kTimezone,
         kLogging, kValue, kFirmware, kSoftware, kXapp, kSplash, kUpgradePolls, kNeverAnswer,
-        kLog, kControl, kPlaylists, kNotify, kMedia, kHelp
+        kLog, kControl, kPlaylists, kStartup, kNotify, kMedia, kHelp
     };
     static const option kOptions[] = {
         {"mac", required_argument, nullptr, kMac},
@@ -463,6 +473,7 @@ int main(int argc, char** argv)
         {"log", required_argument, nullptr, kLog},
         {"control", required_argument, nullptr, kControl},
         {"playlists", required_argument, nullptr, kPlaylists},
+        {"startup-dir", required_argument, nullptr, kStartup},
         {"notify", required_argument, nullptr, kNotify},
         {"media", required_argument, nullptr, kMedia},
         {"help", no_argument, nullptr, kHelp},
@@ -504,6 +515,7 @@ int main(int argc, char** argv)
         case kLog: o.log = optarg; break;
         case kControl: o.control = optarg; break;
         case kPlaylists: o.playlists = optarg; break;
+        case kStartup: o.startup = optarg; break;
         case kNotify: o.notify = optarg; break;
         case kMedia: o.media = static_cast<int>(int_option("--media", optarg)); break;
         case 'h':
@@ -522,7 +534,7 @@ int main(int argc, char** argv)
     }
     if (!o.notify.empty()) return request_notification(o);
 
-    static Sim s{o, {}, sim::Bridge(o.playlists, o.outcomes), -1, -1, -1, -1};
+    static Sim s{o, {}, sim::Bridge(o.playlists, o.startup, o.outcomes), -1, -1, -1, -1};
     sim::Bridge& b = s.bridge;
     b.set_value("3.1.8.0", {sim::Kind::HexString, mac});
     b.set_value("3.2.9.0", {sim::Kind::Integer, std::to_string(resolution)});
