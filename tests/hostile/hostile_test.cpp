@@ -118,6 +118,13 @@ void run_action_file(const std::string& text)
     parse_action_file(kList);
 }
 
+// The call-home address as a USB stick's configuration file gives it.
+void call_home_at(const std::string& address)
+{
+    sandbox::write_file("/tmp/hostile.conf", "CallHomeAddress," + address + "\n");
+    load_call_home_config("/tmp/hostile.conf", 0, 0);
+}
+
 struct Place {
     const char* what;
     std::function<void(const std::string&)> run;  // feeds one string; checks it arrived whole
@@ -136,10 +143,15 @@ const Place places[] = {
      }},
     {"call-home address from USB.CONF, then a configuration fetched from it",
      [](const std::string& s) {
-         sandbox::write_file("/tmp/hostile.conf", "CallHomeAddress," + s + "\n");
-         load_call_home_config("/tmp/hostile.conf", 0, 0);
+         call_home_at(s);
          run_action_file("ConfigID,hostile-1\n");
          expect_wget(upto(s, "\r\n") + "/config.xml", {"-O", "/tmp/daconfig.xml"});
+     }},
+    {"call-home address from USB.CONF, then a content document fetched from it",
+     [](const std::string& s) {
+         call_home_at(s);
+         run_action_file("ContentID,hostile-1\n");
+         expect_wget(upto(s, "\r\n") + "/content.xml", {"-O", "/tmp/dacontent.xml"});
      }},
     {"CheckVersion address",
      [](const std::string& s) {
