@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <strings.h>
 
 #include "core/seam.h"
@@ -21,6 +22,22 @@ void remove_on(int partition, const char* command)
     remount_fs(partition, 1);
     seam::system(command);
     remount_fs(partition, 0);
+}
+
+// Whether a deletion name could reach outside its media folder: a ".." component, or a
+// wild card before the last component that begins with a dot, which the shell expands
+// to ".." as readily as to anything else. The last component may be such a pattern:
+// rm -f removes no folder, so "*.mpg" and ".*" stay within the folder.
+bool climbs_out(std::string_view path)
+{
+    for (;;) {
+        std::size_t slash = path.find('/');
+        std::string_view part = path.substr(0, slash);
+        if (part == "..") return true;
+        if (slash == std::string_view::npos) return false;
+        if (part.starts_with('.') && part.find_first_of("*?[") != std::string_view::npos) return true;
+        path.remove_prefix(slash + 1);
+    }
 }
 
 }  // namespace
@@ -66,6 +83,10 @@ void delete_file(char* line)
     while (*p == ' ') ++p;
     char file[512];
     copy_text(file, std::string_view(p, std::strcspn(p, "\r\n")));
+    if (climbs_out(file)) {
+        std::printf("DeleteFile: %s would reach outside its media folder, nothing deleted\n", file);
+        return;
+    }
 
     // Split at the last dot; a name without one has an empty extension, which selects
     // the picture folder.

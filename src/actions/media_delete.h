@@ -4,7 +4,8 @@
 //
 //   delete_file(line)      "DeleteFile,name.ext": video extensions from the video
 //                          folder, everything else from the picture folder; wild cards
-//                          in the name act as in the shell
+//                          in the name act as in the shell, nothing else in it does,
+//                          and a name that climbs out of its folder ("..") is refused
 //   delete_video, delete_image   everything in one folder, under a running player
 //   delete_all             stops playback first, then both folders
 //   delete_usb_config      stops calls home and removes /mnt/hd3/USB.CONF

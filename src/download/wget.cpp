@@ -64,6 +64,12 @@ bool wget_command(char (&command)[kCommandSize], const char* url, const char* de
     char quoted_url[kQuotedUrlSize];
     char dest[kQuotedUrlSize];
     char quoted_header[kQuotedUrlSize];
+    // Quoting keeps a URL one word, but a word that begins with "-" would still reach
+    // wget as an option rather than as the address.
+    if (url[0] == '-') {
+        std::printf("wget: %s is no address; nothing fetched\n", url);
+        return false;
+    }
     if (!shell_quoted(quoted_url, url) || !shell_escaped(dest, destfile)) return false;
     int n;
     if (header != nullptr) {
@@ -162,7 +168,7 @@ int ftp_file(char* url, const char* destfile, unsigned int max_bytes, const char
 
     char command[kCommandSize];
     if (!wget_command(command, url, destfile, "", header)) {
-        std::printf("ftp_file: the command for %s does not fit; nothing fetched\n", destfile);
+        std::printf("ftp_file: no command for %s; nothing fetched\n", destfile);
         return 0;
     }
     seam::system(command);

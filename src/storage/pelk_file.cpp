@@ -91,6 +91,9 @@ int get_md5sum(char* digest, const char* fname, int type)
     seam::system(command);
     FILE* f = std::fopen("/tmp/cpcksum", "r");
     if (f == nullptr) return 0;
+    // A name holding a backslash or a line end makes md5sum mark its line with a
+    // leading backslash; the digest follows it.
+    if (int c = std::fgetc(f); c != '\\' && c != EOF) std::ungetc(c, f);
     char* got = std::fgets(digest, 33, f);  // at most 32 characters of the first line
     std::fclose(f);
     if (got == nullptr || digest[0] == '\0') return 0;
@@ -144,11 +147,13 @@ void remount_fs(int part, int rw)
 
 int write_file_list(const char* dir, const char* listfile, const char* options)
 {
-    char command[1024];
-    if (options == nullptr)
-        std::snprintf(command, sizeof command, "ls %s > %s", dir, listfile);
-    else
-        std::snprintf(command, sizeof command, "ls %s %s > %s", dir, options, listfile);
+    // The folder may be a pattern; the options are the caller's own words, left as given.
+    char folder[512], list[512], command[1536];
+    if (!shell_escaped(folder, dir, true) || !shell_escaped(list, listfile)) return -1;
+    int n = options == nullptr
+                ? std::snprintf(command, sizeof command, "ls %s > %s", folder, list)
+                : std::snprintf(command, sizeof command, "ls %s %s > %s", folder, options, list);
+    if (n < 0 || static_cast<std::size_t>(n) >= sizeof command) return -1;
     return seam::system(command);
 }
 

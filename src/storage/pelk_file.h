@@ -7,6 +7,9 @@
 //   guess_file_type          0 video, 1 picture, 3 not known
 //   check_file_exists, get_md5sum, get_free_space, kscale
 //   remount_fs(part, rw)     partitions 3 and 4 are writable only around writes
+//   write_file_list(dir, listfile, options)   "ls" into a file; `options` go to the
+//                            shell as given, the folder (a pattern if need be) and the
+//                            file each as one word; -1 when the command does not fit
 #include <cstdint>
 
 constexpr int kMediaPathCount = 6;

@@ -58,9 +58,9 @@ public:
     static int command(const std::string& args, std::string* output = nullptr)
     {
         std::string line = PLAYER_SIM " " + args + " > /tmp/player-sim-command.out 2>&1";
-        int status = std::system(line.c_str());
+        int rc = std::system(line.c_str());
         if (output) *output = sandbox::read_file("/tmp/player-sim-command.out");
-        return Peer::exit_status(status);
+        return Peer::exit_status(rc);
     }
 
 private:
