@@ -42,10 +42,8 @@ Device::Device(DeviceStart start) : start_(std::move(start)), player_(start_.pla
     if (start_.server_up) start_server();
     write_clock(start_.clock, start_.speed);
     // libfaketime is loaded ahead of a sanitizer's runtime, which AddressSanitizer
-    // would otherwise refuse. No leak check: the agent never ends by itself, and the
-    // `killall -9 wget` that ends every transfer may land in wget's own check at its
-    // exit, which then reports that it lost a thread. wget-compat's tests check its leaks.
-    std::string asan = "verify_asan_link_order=0:detect_leaks=0";
+    // would otherwise refuse.
+    std::string asan = "verify_asan_link_order=0";
     if (const char* options = std::getenv("ASAN_OPTIONS")) asan = options + (":" + asan);
     agent_.emplace(std::vector<std::string>{SIGNAGE_AGENT}, "/tmp/agent.out",
                    std::vector<std::string>{"LD_PRELOAD=" FAKETIME_LIBRARY,

@@ -8,8 +8,8 @@
 // let device time pass with wait_until, and assert on what the peers logged (in device
 // seconds), the stand-in calls and the files left behind.
 //
-// To come once the content check plays content (each needs content.xml, media under
-// /tmp/cms and assertions on /tmp/playlists, /mnt/hd4 and player-sim's "state" lines):
+// Still to write, about content playing (each needs content.xml, media under /tmp/cms
+// and assertions on /tmp/playlists, /mnt/hd4 and player-sim's "state" lines):
 //   FirstBootPlaysTheSchedule  content fetched, files downloaded and verified, the
 //                              scheduled playlist playing, contentdata.txt saved
 //   ScheduleDay                several items, day entries and a layout through a whole
@@ -21,8 +21,9 @@
 //                              "size=..."): cleanup frees space, the schedule still plays
 //   TruncatedMedia             cms-sim's drop= on a media file: retried at the next call
 //                              home, never a partial file under a media name
-//   KilledDuringDownload       the agent killed (SIGKILL) mid-transfer and started again:
-//                              no partial file under a media name, the queue starts again
+//   KilledDuringDownload       the agent killed (SIGKILL) mid-transfer and started again
+//                              (Device needs a restart that keeps the disks): no partial
+//                              file under a media name, the queue starts again
 #include <algorithm>
 #include <functional>
 #include <gmock/gmock.h>
@@ -53,6 +54,9 @@ const std::string kCommands = "ConfigID,cfg-1\r\nContentID,cnt-1\r\n";
 const std::string kZoneConfig = R"(<?xml version="1.0"?>
 <config id="cfg-1"><pri_ts server="pool.ntp.org"/><timezone tz="1"/></config>
 )";
+// One playlist of one file; what it plays is for the content scenarios.
+const std::string kContent = R"(<content id="cnt-1"><playlist pindex="0"><pl_item findex="0"/></playlist>)"
+                             R"(<files><f_item findex="0" file="a.mp4" size="1"/></files></content>)";
 constexpr const char* kZoneSet = "text=\"1.3.6.1.4.1.58321.3.5.17.0 i 1\"";
 constexpr const char* kConfDone = "recv key=1240 type=30 len=64 cmmd=93 name=USB_CONF_DONE";
 
@@ -94,12 +98,15 @@ void expect_configured_at_second_call_home(Device& device)
 
 TEST(Scenario, FirstBootWithOnlyUsbConf)
 {
-    // A time server unlike the player's: set, stored, then the device reboots.
+    // A time server unlike the player's: set, stored, then the device reboots (which the
+    // stand-in only notes); then the content document is fetched.
     const std::string config = R"(<config id="cfg-1"><pri_ts server="ntp1.example"/><timezone tz="1"/></config>)";
     Device device({.files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 3600)},
                              {"/tmp/cms/command.txt", kCommands},
-                             {"/tmp/cms/config.xml", config}}});
-    ASSERT_TRUE(device.wait_until(300, [] { return stand_in_called("reboot"); }));
+                             {"/tmp/cms/config.xml", config},
+                             {"/tmp/cms/content.xml", kContent}}});
+    ASSERT_TRUE(device.wait_until(300, [&] { return !device.requests("GET /content.xml").empty(); }));
+    EXPECT_TRUE(stand_in_called("reboot"));
 
     auto calls = device.requests("GET /command.txt 200");
     ASSERT_THAT(calls, SizeIs(1));
@@ -112,6 +119,8 @@ TEST(Scenario, FirstBootWithOnlyUsbConf)
                             "1.3.6.1.4.1.58321.3.5.11.0 i 1"));
     EXPECT_EQ(sandbox::read_file("/mnt/hd3/cfgdata.txt"), config);
     EXPECT_EQ(sandbox::read_file("/mnt/hd3/USB.CONF"), usb_conf(kServer, 3600));
+    // After the minute the device waits for its reboot.
+    EXPECT_GE(device.requests("GET /content.xml 200")[0].at - device.requests("GET /config.xml")[0].at, 60);
 }
 
 TEST(Scenario, ServerDownAtFirstCallHome)
