@@ -8,8 +8,9 @@
 
 class Peer {
 public:
-    // Starts `argv[0]` with `argv`; throws when it cannot be started.
-    Peer(std::vector<std::string> argv, const std::string& output);
+    // Starts `argv[0]` with `argv` and this process's environment, in which `env`
+    // ("NAME=VALUE" each) adds or replaces variables; throws when it cannot be started.
+    Peer(std::vector<std::string> argv, const std::string& output, const std::vector<std::string>& env = {});
     ~Peer() { stop(); }
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;
@@ -18,6 +19,7 @@ public:
     // when one ended it). Once it has ended, it only reports.
     int stop(int sig = SIGTERM);
     pid_t pid() const { return pid_; }
+    bool running();  // not ended yet (an end is noted, as stop() would)
 
     // The exit status behind a wait status, as the shell counts it.
     static int exit_status(int status);

@@ -126,12 +126,12 @@ cms::Rules g_rules;
 thread_local std::string t_faults;
 
 // Sleeps up to `seconds` (negative: for ever), in short steps so that cms-sim's end is
-// never held up; false when cms-sim is ending.
-bool nap(double seconds)
+// never held up; false when cms-sim is ending or, with a `sink`, the client has gone.
+bool nap(double seconds, httplib::DataSink* sink = nullptr)
 {
     auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds < 0 ? 1e9 : seconds);
     while (std::chrono::steady_clock::now() < end) {
-        if (g_stopping) return false;
+        if (g_stopping || (sink && !sink->is_writable())) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return !g_stopping;
@@ -191,7 +191,7 @@ bool send_body(Body& b, std::size_t offset, std::size_t length, httplib::DataSin
     if (f.stall_after >= 0 && !b.stalled) {
         if (at >= f.stall_after) {
             b.stalled = true;
-            if (!nap(f.stall_seconds)) return false;
+            if (!nap(f.stall_seconds, &sink)) return false;
         } else {
             chunk = std::min(chunk, f.stall_after - at);
         }

@@ -1,0 +1,118 @@
+#include "scenarios/device.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <thread>
+
+#ifndef SIGNAGE_AGENT
+#error "the test target must define SIGNAGE_AGENT and FAKETIME_LIBRARY"
+#endif
+
+namespace {
+
+// libfaketime reads the agent's clock from this file at every call, so a new line sets
+// the clock at once.
+const std::string kClockFile = "/tmp/faketime.rc";
+constexpr const char* kMacQuery = "recv key=1235 type=770 len=2048 text=\"1.3.6.1.4.1.58321.3.1.8.0\"";
+
+double real_now()
+{
+    using namespace std::chrono;
+    return duration<double>(system_clock::now().time_since_epoch()).count();
+}
+
+// "@<local time> x<speed>": the clock starts at that time when libfaketime first reads
+// the line, and again whenever the line changes. Written beside the file and renamed,
+// since a half-written line would read as no faked time at all: a jump to the host's date.
+void write_clock(const std::string& local, int speed)
+{
+    sandbox::write_file(kClockFile + ".new", "@" + local + " x" + std::to_string(speed) + "\n");
+    std::filesystem::rename(kClockFile + ".new", kClockFile);
+}
+
+}  // namespace
+
+Device::Device(DeviceStart start) : start_(std::move(start)), player_(start_.player)
+{
+    for (const auto& [path, bytes] : start_.files) put(path, bytes);
+    if (start_.server_up) start_server();
+    write_clock(start_.clock, start_.speed);
+    // libfaketime is loaded ahead of a sanitizer's runtime, which AddressSanitizer
+    // would otherwise refuse.
+    std::string asan = "verify_asan_link_order=0";
+    if (const char* options = std::getenv("ASAN_OPTIONS")) asan = options + (":" + asan);
+    agent_.emplace(std::vector<std::string>{SIGNAGE_AGENT}, "/tmp/agent.out",
+                   std::vector<std::string>{"LD_PRELOAD=" FAKETIME_LIBRARY,
+                                            "FAKETIME_TIMESTAMP_FILE=" + kClockFile,
+                                            "FAKETIME_NO_CACHE=1", "TZ=" + start_.tz, "ASAN_OPTIONS=" + asan});
+    if (!PlayerSim::wait_for(kMacQuery))
+        throw std::runtime_error("the agent did not start:\n" + sandbox::read_file("/tmp/agent.out"));
+    start_real_ = std::stod(PlayerSim::lines(kMacQuery).front());
+}
+
+Device::~Device()
+{
+    if (agent_) agent_->stop(SIGKILL);
+    if (!::testing::Test::HasFailure()) return;
+    std::printf("---- device seconds: cms-sim and player-sim\n");
+    for (const Event& e : timeline()) std::printf("%8.1f %s\n", e.at, e.line.c_str());
+    std::printf("---- the agent's output\n%s", sandbox::read_file("/tmp/agent.out").c_str());
+    std::printf("---- stand-in calls\n");
+    for (const std::string& call : sandbox::calls()) std::printf("%s\n", call.c_str());
+}
+
+double Device::now() const { return (real_now() - start_real_) * start_.speed; }
+
+bool Device::wait_until(double until, const std::function<bool()>& done) const
+{
+    while (!done()) {
+        if (now() >= until) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+void Device::set_clock(const std::string& local) { write_clock(local, start_.speed); }
+
+void Device::notify(const std::string& what, int media)
+{
+    std::string output;
+    if (PlayerSim::command("--notify " + what + " --media " + std::to_string(media), &output) != 0)
+        throw std::runtime_error("player-sim --notify " + what + ": " + output);
+}
+
+void Device::start_server() { server_.emplace(start_.server); }
+
+std::vector<Event> Device::requests(const std::string& text) const { return events(CmsSim::requests(text)); }
+
+std::vector<Event> Device::player(const std::string& text) const { return events(PlayerSim::lines(text)); }
+
+std::vector<Event> Device::timeline() const
+{
+    std::vector<Event> all = requests("");
+    for (Event& e : player("")) all.push_back(std::move(e));
+    std::stable_sort(all.begin(), all.end(), [](const Event& a, const Event& b) { return a.at < b.at; });
+    for (Event& e : all) e.line.erase(0, e.line.find(' ') + 1);
+    return all;
+}
+
+std::vector<Event> Device::events(const std::vector<std::string>& lines) const
+{
+    std::vector<Event> found;
+    for (const std::string& line : lines)
+        found.push_back({(std::stod(line) - start_real_) * start_.speed, line});
+    return found;
+}
+
+void Device::put(const std::string& path, const std::string& bytes)
+{
+    int partition = path.starts_with("/mnt/hd3/") ? 3 : path.starts_with("/mnt/hd4/") ? 4 : 0;
+    if (partition) sandbox::set_writable(partition, true);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    sandbox::write_file(path, bytes);
+    if (partition) sandbox::set_writable(partition, false);
+}

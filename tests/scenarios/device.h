@@ -1,0 +1,80 @@
+#pragma once
+// One whole device for a scenario, in the sandbox the test runs in: the real
+// signage-agent, its wall clock placed at a local date and time and sped up by
+// libfaketime, beside player-sim (the player) and cms-sim (the content server, kRoot on
+// 127.0.0.1:8080), with wget-compat as the sandbox's wget.
+//
+// The agent's children (the shell, wget, cp ...) inherit its clock, so a transfer's
+// stall and progress timings stay in step with the agent's polls, as on the device.
+// player-sim and cms-sim keep real time, so their fault timings are real seconds; their
+// log lines are read back in device seconds since the agent started, which a clock set
+// by set_clock() does not change.
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/cms_sim.h"
+#include "support/player_sim.h"
+
+struct DeviceStart {
+    std::string clock = "2026-03-25 12:00:00";      // local time at start: a Wednesday noon
+    std::string tz = "CET-1CEST,M3.5.0,M10.5.0/3";  // the device's zone, Central Europe
+    int speed = 20;                                 // device seconds per real second
+    // Files in place before the start, path to bytes: /mnt/hd3/USB.CONF, the saved
+    // documents, a stick under /mnt/usb, what the player left in /tmp, the server's
+    // folder under /tmp/cms ...
+    std::map<std::string, std::string> files = {};
+    std::vector<std::string> server = {};  // cms-sim options, e.g. {"--fault", "/config.xml", "status=500"}
+    bool server_up = true;            // false: down until start_server()
+    std::vector<std::string> player = {};  // player-sim options
+};
+
+// A log line and when it was written, in device seconds since the agent started.
+struct Event {
+    double at;
+    std::string line;
+};
+
+class Device {
+public:
+    // Ready once the agent has asked player-sim for the MAC address, the first thing it
+    // does, which is taken as device second 0. Throws when a peer does not start.
+    explicit Device(DeviceStart start);
+    // Ends the agent, player-sim and cms-sim; after a failed assertion, shows the
+    // timeline, the agent's output and the stand-in calls.
+    ~Device();
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+
+    double now() const;  // device seconds since the start
+    // Waits until `done` holds (true) or device second `until` has passed (false).
+    bool wait_until(double until, const std::function<bool()>& done = [] { return false; }) const;
+    // Sets the agent's wall clock to local time `local` ("2026-03-25 22:00:00"); it
+    // runs on from there at the same speed.
+    void set_clock(const std::string& local);
+    // Has player-sim send a notification (call-now, conf-update, copy-start ...).
+    void notify(const std::string& what, int media = 0);
+    void start_server();
+    bool agent_running() { return agent_ && agent_->running(); }
+
+    // cms-sim's request lines and player-sim's log lines that hold `text`.
+    std::vector<Event> requests(const std::string& text) const;
+    std::vector<Event> player(const std::string& text) const;
+    // Both logs in one, in the order of device time, each line's own time left out.
+    std::vector<Event> timeline() const;
+
+    // Writes `bytes` to `path`, folders included, /mnt/hd3 and /mnt/hd4 made writable
+    // around it.
+    static void put(const std::string& path, const std::string& bytes);
+
+private:
+    std::vector<Event> events(const std::vector<std::string>& lines) const;
+
+    DeviceStart start_;
+    PlayerSim player_;
+    std::optional<CmsSim> server_;
+    std::optional<Peer> agent_;
+    double start_real_ = 0;  // the real time of device second 0
+};
