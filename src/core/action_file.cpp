@@ -186,10 +186,6 @@ int parse_action_file(const char* filename)
     unlink(kStoredFile);
 
     bool address_seen = false, interval_seen = false, stored_written = false;
-    // A server repeats its own address in every list, so that USB.CONF keeps it; only
-    // an address that differs from this one is a new server to call soon.
-    char address_before[sizeof call_home_address];
-    copy_text(address_before, text_of(call_home_address));
     int upgrade_ret = 0;
     char line[kLineBound];
     // Whatever stops the call-home countdown (DeleteUSBConfigFile, an upgrade) clears
@@ -244,10 +240,8 @@ int parse_action_file(const char* filename)
     }
     if (address_seen) {
         if (!interval_seen) call_home_interval = 86400;
-        if (std::strcmp(address_before, call_home_address) != 0) {
-            MutexLock lock(timerMutex);
-            call_home_timer = 5;  // the first call to the new server
-        }
+        MutexLock lock(timerMutex);
+        call_home_timer = 5;  // the first call to the new server
     }
     follow_upgrade_result(upgrade_ret);
     return 1;

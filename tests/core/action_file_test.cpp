@@ -148,18 +148,6 @@ TEST_F(ActionFile, CommandListLines)
         {"a new server alone: daily, and the first call in 5 s", "CallHomeAddress,http://new.example  \r\n",
          1, "http://new.example", 86400, 5, "CallHomeAddress,http://new.example\n",
          {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
-        {"a new server and its interval: the first call in 5 s all the same",
-         "CallHomeAddress,http://new.example\nCallHomeInterval,300\n", 1, "http://new.example", 300, 5,
-         "CallHomeAddress,http://new.example\nCallHomeInterval,300\n",
-         {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
-        // A server names itself in every list so that USB.CONF keeps its address: that
-        // is no new server, and the next call comes at the interval, not 5 s later.
-        {"the server in use and its interval", "CallHomeAddress,http://old.example\nCallHomeInterval,300\n", 1,
-         "http://old.example", 300, 300, "CallHomeAddress,http://old.example\nCallHomeInterval,300\n",
-         {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
-        {"the server in use alone: daily, from the main loop's re-arming", "CallHomeAddress,http://old.example\n",
-         1, "http://old.example", 86400, 0, "CallHomeAddress,http://old.example\n",
-         {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
         {"keywords in the first column only, as prefixes",
          "  CallHomeAddress,http://x.example\n\tDeleteFile,keep.jpg\nDeleteVideoMediaXYZ\n", 1,
          "http://old.example", 900, 0, kOldConf, {"picture/keep.jpg"}},
