@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Files written under /mnt and /tmp, queues created and reboots inside the sandbox are
-# invisible to the host; reboot only writes a line to the stand-in log.
+# Files written under /mnt, /tmp and /dev/shm, queues created and reboots inside the
+# sandbox are invisible to the host; reboot only writes a line to the stand-in log.
 set -euo pipefail
 sandbox=$1
 token="isolation-$$-$RANDOM"
@@ -8,7 +8,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 out=$("$sandbox" -- bash -c "
   set -e
-  touch /tmp/$token /mnt/hd1/$token /mnt/usb/$token
+  touch /tmp/$token /mnt/hd1/$token /mnt/usb/$token /dev/shm/$token
   mount -o remount,noatime,nodiratime,rw /dev/ide/host0/bus0/target0/lun0/part4 /mnt/hd4
   touch /mnt/hd4/video/$token
   ipcmk -Q >/dev/null
@@ -23,7 +23,7 @@ out=$("$sandbox" -- bash -c "
 grep -qx 'reboot' <<<"$out" || fail "reboot not logged: $out"
 grep -q 'not in' <<<"$out" && fail "$out"
 grep -q 'not private' <<<"$out" && fail "$out"
-for f in /tmp/$token /mnt/hd1/$token /mnt/usb/$token /mnt/hd4/video/$token; do
+for f in /tmp/$token /mnt/hd1/$token /mnt/usb/$token /mnt/hd4/video/$token /dev/shm/$token; do
   [ ! -e "$f" ] || fail "$f leaked to the host"
 done
 key=$(awk '/^queue-key /{print $2}' <<<"$out")
