@@ -25,6 +25,7 @@
 //                              (Device needs a restart that keeps the disks): no partial
 //                              file under a media name, the queue starts again
 #include <algorithm>
+#include <cstdio>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -277,4 +278,137 @@ TEST(Scenario, ClockSteppedForward)
     }));
     for (const Event& e : {device.requests("GET /command.txt")[1], device.player(kStop)[0], device.player(kLogUpload)[0]})
         EXPECT_THAT(e.at - stepped, Le(40)) << e.line;
+}
+
+namespace {
+
+// Media on the server: real files whose sizes the documents give, each a few tens of
+// kilobytes, since a transfer of only a few bytes reads as an error page.
+struct Medium {
+    const char* name;
+    const char* dir;  // where the agent keeps it on /mnt/hd4
+    int size;
+};
+constexpr Medium kMedia[] = {{"welcome.mp4", "video", 24000}, {"noon.mp4", "video", 41000},
+                             {"menu.jpg", "picture", 22000},   {"late.mp4", "video", 30000},
+                             {"board.jpg", "picture", 21000},  {"promo.mp4", "video", 36000}};
+
+std::string media_bytes(const Medium& m) { return std::string(m.size, static_cast<char>('a' + m.size % 26)); }
+std::string on_disk(const Medium& m) { return std::string("/mnt/hd4/") + m.dir + "/" + m.name; }
+const Medium& medium(const std::string& name)
+{
+    return *std::find_if(std::begin(kMedia), std::end(kMedia), [&](const Medium& m) { return m.name == name; });
+}
+
+// A content document `id`: playlists of the media named (each list of names is one
+// playlist, index = position), the files in kMedia order, and `schedule` (the elements
+// inside <schedule>, whose default playlist is 0) and `layouts` as given.
+std::string content_document(const std::string& id, const std::vector<std::vector<std::string>>& playlists,
+                             const std::string& schedule, const std::string& layouts = "")
+{
+    std::string doc = "<content id=\"" + id + "\" name=\"Lobby\">\n"
+                      "  <servers><server_item id=\"0\" addr=\"" + kServer + "/media/$FILE$\"/></servers>\n";
+    auto findex = [](const std::string& name) {
+        return std::to_string(&medium(name) - std::begin(kMedia));
+    };
+    for (std::size_t p = 0; p < playlists.size(); ++p) {
+        doc += "  <playlist pindex=\"" + std::to_string(p) + "\" name=\"List" + std::to_string(p) + "\">";
+        for (const std::string& name : playlists[p])
+            doc += name.ends_with(".jpg") ? "<pl_item type=\"image\" findex=\"" + findex(name) + "\" dur=\"10\"/>"
+                                          : "<pl_item type=\"video\" findex=\"" + findex(name) + "\"/>";
+        doc += "</playlist>\n";
+    }
+    doc += "  <files>";
+    for (const Medium& m : kMedia)
+        doc += std::string("<f_item server_id=\"0\"") + (m.dir == std::string("picture") ? " type=\"image\"" : "") +
+               " file=\"" + m.name + "\" size=\"" + std::to_string(m.size) + "\"/>";
+    doc += "</files>\n  <schedule default_pindex=\"0\">" + schedule + "</schedule>\n" + layouts + "</content>\n";
+    return doc;
+}
+
+std::string sched_item(int pindex, const std::string& start, const std::string& end, const std::string& days = "",
+                       int lindex = -1)
+{
+    return "<sched_item pindex=\"" + std::to_string(pindex) + "\" lindex=\"" + std::to_string(lindex) +
+           "\" start=\"" + start + "\" end=\"" + end + "\">" + days + "</sched_item>";
+}
+
+// Every medium on the server, and a call home an hour (the first ten seconds after
+// start) that hands out kZoneConfig and the content document `doc`, whose id is `id`.
+DeviceStart serving(const std::string& id, const std::string& doc, DeviceStart start = {})
+{
+    start.files.insert({{"/mnt/hd3/USB.CONF", usb_conf(kServer, 3600)},
+                        {"/tmp/cms/command.txt", "ConfigID,cfg-1\r\nContentID," + id + "\r\n"},
+                        {"/tmp/cms/config.xml", kZoneConfig},
+                        {"/tmp/cms/content.xml", doc}});
+    for (const Medium& m : kMedia) start.files.insert({std::string("/tmp/cms/media/") + m.name, media_bytes(m)});
+    return start;
+}
+
+// What layer `layer` showed over time: the playlist name it reported (content id, star,
+// index) after each of player-sim's start and stop lines that changed it, "" for idle.
+std::vector<Event> shown(const Device& device, int layer)
+{
+    std::vector<Event> changes;
+    for (const Event& e : device.player("state layer=")) {
+        auto report = e.line.find("report=\"");
+        if (report == std::string::npos) continue;
+        std::string text = e.line.substr(report + 8, e.line.find('"', report + 8) - report - 8);
+        std::string part = layer == 0 ? text.substr(0, text.find('%')) : text.substr(text.find('%') + 1);
+        std::string name;
+        if (std::count(part.begin(), part.end(), ',') == 4) {
+            auto first = part.find(',');
+            name = part.substr(first + 1, part.find(',', first + 1) - first - 1);
+        }
+        if (changes.empty() ? !name.empty() : changes.back().line != name) changes.push_back({e.at, name});
+    }
+    return changes;
+}
+
+std::function<bool()> showing(const Device& device, const std::string& name, int layer = 0)
+{
+    return [&device, name, layer] {
+        auto s = shown(device, layer);
+        return !s.empty() && s.back().line == name;
+    };
+}
+
+// The figures the README reports, on the test's output.
+void measured(const std::string& what, double seconds) { std::printf("[ measured ] %s: %.0f device s\n", what.c_str(), seconds); }
+
+bool only_whole_media()
+{
+    for (const Medium& m : kMedia)
+        if (sandbox::exists(on_disk(m)) && sandbox::read_file(on_disk(m)) != media_bytes(m)) return false;
+    return true;
+}
+
+// Wednesday 2026-03-25 all day.
+const std::string kToday = sched_item(1, "2026-03-25T00:00:00", "2026-03-26T00:00:00");
+
+}  // namespace
+
+TEST(Scenario, FirstBootPlaysTheSchedule)
+{
+    const std::string doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    Device device(serving("c-1", doc));
+    ASSERT_TRUE(device.wait_until(600, showing(device, "c-1*1")));
+    measured("first boot to the scheduled playlist playing", shown(device, 0).back().at);
+
+    // Nothing else played first: the default's file was not there yet.
+    EXPECT_THAT(shown(device, 0), SizeIs(1));
+    EXPECT_THAT(device.requests("GET /content.xml 200"), SizeIs(1));
+    for (const char* name : {"noon.mp4", "menu.jpg"}) {
+        ASSERT_THAT(device.requests(std::string("GET /media/") + name + " 200"), SizeIs(1)) << name;
+        EXPECT_LT(device.requests(std::string("GET /media/") + name)[0].at, shown(device, 0)[0].at) << name;
+        EXPECT_EQ(sandbox::read_file(on_disk(medium(name))), media_bytes(medium(name))) << name;
+    }
+    EXPECT_THAT(device.player("state layer=0"), Contains(testing::Field(&Event::line, HasSubstr("area=100x100+0+0"))));
+    // Saved once the playlist has started, a moment after the player says it plays.
+    EXPECT_TRUE(device.wait_until(device.now() + 20, [&] { return sandbox::read_file("/mnt/hd3/contentdata.txt") == doc; }));
+    // The rest of the document's files follow in the background.
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/video/promo.mp4"); }));
+    device.wait_until(device.now() + 30);
+    EXPECT_TRUE(only_whole_media());
+    EXPECT_TRUE(device.agent_running());
 }
