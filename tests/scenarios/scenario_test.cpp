@@ -300,30 +300,48 @@ const Medium& medium(const std::string& name)
     return *std::find_if(std::begin(kMedia), std::end(kMedia), [&](const Medium& m) { return m.name == name; });
 }
 
+using Names = std::vector<std::string>;
+
 // A content document `id`: playlists of the media named (each list of names is one
-// playlist, index = position), the files in kMedia order, and `schedule` (the elements
-// inside <schedule>, whose default playlist is 0) and `layouts` as given.
-std::string content_document(const std::string& id, const std::vector<std::vector<std::string>>& playlists,
-                             const std::string& schedule, const std::string& layouts = "")
+// playlist, its index its position), layouts likewise (each shows its pictures in a
+// browser layer beside a video area), the files they name in kMedia order, and
+// `schedule` (the items inside <schedule>, whose default is playlist 0).
+std::string content_document(const std::string& id, const std::vector<Names>& playlists, const std::string& schedule,
+                             const std::vector<Names>& layouts = {})
 {
-    std::string doc = "<content id=\"" + id + "\" name=\"Lobby\">\n"
-                      "  <servers><server_item id=\"0\" addr=\"" + kServer + "/media/$FILE$\"/></servers>\n";
-    auto findex = [](const std::string& name) {
-        return std::to_string(&medium(name) - std::begin(kMedia));
+    Names files;
+    for (const Medium& m : kMedia)
+        for (const auto& lists : {playlists, layouts})
+            for (const Names& list : lists)
+                if (std::find(list.begin(), list.end(), m.name) != list.end() &&
+                    std::find(files.begin(), files.end(), m.name) == files.end())
+                    files.push_back(m.name);
+    auto item = [&](const std::string& element, const std::string& name) {
+        auto findex = std::find(files.begin(), files.end(), name) - files.begin();
+        return "<" + element + (name.ends_with(".jpg") ? " type=\"image\"" : " type=\"video\"") + " findex=\"" +
+               std::to_string(findex) + "\"" + (element == "pl_item" && name.ends_with(".jpg") ? " dur=\"10\"" : "") +
+               "/>";
     };
+    std::string doc = "<content id=\"" + id + "\" name=\"Lobby\">\n  <servers><server_item id=\"0\" addr=\"" + kServer +
+                      "/media/$FILE$\"/></servers>\n";
     for (std::size_t p = 0; p < playlists.size(); ++p) {
         doc += "  <playlist pindex=\"" + std::to_string(p) + "\" name=\"List" + std::to_string(p) + "\">";
-        for (const std::string& name : playlists[p])
-            doc += name.ends_with(".jpg") ? "<pl_item type=\"image\" findex=\"" + findex(name) + "\" dur=\"10\"/>"
-                                          : "<pl_item type=\"video\" findex=\"" + findex(name) + "\"/>";
+        for (const std::string& name : playlists[p]) doc += item("pl_item", name);
         doc += "</playlist>\n";
     }
     doc += "  <files>";
-    for (const Medium& m : kMedia)
-        doc += std::string("<f_item server_id=\"0\"") + (m.dir == std::string("picture") ? " type=\"image\"" : "") +
-               " file=\"" + m.name + "\" size=\"" + std::to_string(m.size) + "\"/>";
-    doc += "</files>\n  <schedule default_pindex=\"0\">" + schedule + "</schedule>\n" + layouts + "</content>\n";
-    return doc;
+    for (const std::string& name : files)
+        doc += "<f_item server_id=\"0\"" + std::string(name.ends_with(".jpg") ? " type=\"image\"" : "") + " file=\"" +
+               name + "\" size=\"" + std::to_string(medium(name).size) + "\"/>";
+    doc += "</files>\n  <schedule default_pindex=\"0\">" + schedule + "</schedule>\n";
+    for (std::size_t l = 0; l < layouts.size(); ++l) {
+        doc += "  <layout lindex=\"" + std::to_string(l) + "\" name=\"Board" + std::to_string(l) +
+               "\"><vid_area_pct x=\"5\" y=\"6\" width=\"67\" height=\"68\"/><layout_files>";
+        for (const std::string& name : layouts[l]) doc += item("lo_file", name);
+        doc += "</layout_files><layout_playlist><lo_pl_item url=\"http://127.0.0.1/board.html\" dur=\"0\"/>"
+               "</layout_playlist></layout>\n";
+    }
+    return doc + "</content>\n";
 }
 
 std::string sched_item(int pindex, const std::string& start, const std::string& end, const std::string& days = "",
@@ -406,9 +424,69 @@ TEST(Scenario, FirstBootPlaysTheSchedule)
     EXPECT_THAT(device.player("state layer=0"), Contains(testing::Field(&Event::line, HasSubstr("area=100x100+0+0"))));
     // Saved once the playlist has started, a moment after the player says it plays.
     EXPECT_TRUE(device.wait_until(device.now() + 20, [&] { return sandbox::read_file("/mnt/hd3/contentdata.txt") == doc; }));
-    // The rest of the document's files follow in the background.
-    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/video/promo.mp4"); }));
+    // The default playlist's file follows in the background.
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/video/welcome.mp4"); }));
     device.wait_until(device.now() + 30);
     EXPECT_TRUE(only_whole_media());
     EXPECT_TRUE(device.agent_running());
+}
+
+namespace {
+
+// A device that played content `id` before it was restarted: the document saved, its
+// media on the disk, the server still handing it out.
+DeviceStart played_before(const std::string& id, const std::string& doc, const Names& media, DeviceStart start = {})
+{
+    start.files.insert({"/mnt/hd3/contentdata.txt", doc});
+    for (const std::string& name : media) start.files.insert({on_disk(medium(name)), media_bytes(medium(name))});
+    return serving(id, doc, std::move(start));
+}
+
+// The server hands out document `doc`, id `id`, from now on.
+void publish(const std::string& id, const std::string& doc)
+{
+    Device::put("/tmp/cms/content.xml", doc);
+    Device::put("/tmp/cms/command.txt", "ConfigID,cfg-1\r\nContentID," + id + "\r\n");
+}
+
+}  // namespace
+
+TEST(Scenario, NewContentWhilePlaying)
+{
+    const std::string old_doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    Device device(played_before("c-1", old_doc, {"welcome.mp4", "noon.mp4", "menu.jpg"},
+                                {.files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 60)}}}));
+    // The saved content plays from start, without waiting for the server.
+    ASSERT_TRUE(device.wait_until(60, showing(device, "c-1*1")));
+    measured("start to the saved content playing", shown(device, 0).back().at);
+
+    // New content: the same default with a picture more, and a new playlist of two new
+    // files for today, none of the playing playlist's.
+    const std::string doc =
+        content_document("c-2", {{"welcome.mp4", "board.jpg"}, {"promo.mp4", "late.mp4"}}, kToday);
+    double published = device.now();
+    publish("c-2", doc);
+    ASSERT_TRUE(device.wait_until(published + 300, showing(device, "c-2*1")));
+    double switched = shown(device, 0).back().at;
+    measured("a new content document on the server to its playback", switched - published);
+    measured("its fetch to its playback", switched - device.requests("GET /content.xml 200").back().at);
+
+    // The old playlist played on, its files on the disk, until both new files had
+    // come; then the switch, at once.
+    EXPECT_THAT(shown(device, 0), SizeIs(2));
+    double last_priority = 0;
+    for (const char* name : {"promo.mp4", "late.mp4"}) {
+        ASSERT_THAT(device.requests(std::string("GET /media/") + name + " 200"), SizeIs(1)) << name;
+        last_priority = std::max(last_priority, device.requests(std::string("GET /media/") + name)[0].at);
+    }
+    EXPECT_THAT(switched - last_priority, AllOf(Ge(0), Le(30)));
+    for (const char* name : {"noon.mp4", "menu.jpg"})
+        EXPECT_EQ(sandbox::read_file(on_disk(medium(name))), media_bytes(medium(name))) << name;
+    EXPECT_TRUE(device.wait_until(device.now() + 20, [&] { return sandbox::read_file("/mnt/hd3/contentdata.txt") == doc; }));
+    // The default's new picture only after the files of what must play now.
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/picture/board.jpg"); }));
+    EXPECT_GT(device.requests("GET /media/board.jpg")[0].at, last_priority);
+    EXPECT_THAT(device.requests("GET /media/welcome.mp4"), IsEmpty());
+    device.wait_until(device.now() + 10);
+    EXPECT_TRUE(only_whole_media());
 }
