@@ -336,7 +336,7 @@ std::string content_document(const std::string& id, const std::vector<Names>& pl
     doc += "</files>\n  <schedule default_pindex=\"0\">" + schedule + "</schedule>\n";
     for (std::size_t l = 0; l < layouts.size(); ++l) {
         doc += "  <layout lindex=\"" + std::to_string(l) + "\" name=\"Board" + std::to_string(l) +
-               "\"><vid_area_pct x=\"5\" y=\"6\" width=\"67\" height=\"68\"/><layout_files>";
+               "\"><vid_area_1080 x=\"96\" y=\"54\" width=\"1280\" height=\"720\"/><layout_files>";
         for (const std::string& name : layouts[l]) doc += item("lo_file", name);
         doc += "</layout_files><layout_playlist><lo_pl_item url=\"http://127.0.0.1/board.html\" dur=\"0\"/>"
                "</layout_playlist></layout>\n";
@@ -387,7 +387,7 @@ std::function<bool()> showing(const Device& device, const std::string& name, int
 {
     return [&device, name, layer] {
         auto s = shown(device, layer);
-        return !s.empty() && s.back().line == name;
+        return s.empty() ? name.empty() : s.back().line == name;
     };
 }
 
@@ -489,4 +489,66 @@ TEST(Scenario, NewContentWhilePlaying)
     EXPECT_THAT(device.requests("GET /media/welcome.mp4"), IsEmpty());
     device.wait_until(device.now() + 10);
     EXPECT_TRUE(only_whole_media());
+}
+
+TEST(Scenario, ScheduleDay)
+{
+    // Wednesday 2026-03-25. Item 1: playlist 1 from 9 to 11. Item 2, all spring, by its
+    // Wednesday entries: playlist 2 from 13:00 to 14:30 (Thursday's entry plays no part
+    // today). Item 3: playlist 3 in layout 0 from 16 to 18. Item 4 from 19:30 on, whose
+    // Wednesday entries say on from 19:00, off at 21:00: on when its period begins.
+    // Playlist 0, the default, between them.
+    const std::string schedule =
+        sched_item(1, "2026-03-25T09:00:00", "2026-03-25T11:00:00") +
+        sched_item(2, "2026-03-01T00:00:00", "2026-04-30T00:00:00",
+                   R"(<day_item day="we" mode="on" time="13:00"/><day_item day="th" mode="on" time="12:00"/>)"
+                   R"(<day_item day="we" mode="off" time="14:30"/>)") +
+        sched_item(3, "2026-03-25T16:00:00", "2026-03-25T18:00:00", "", 0) +
+        sched_item(1, "2026-03-25T19:30:00", "2026-03-27T00:00:00",
+                   R"(<day_item day="we" mode="on" time="19:00"/><day_item day="we" mode="off" time="21:00"/>)");
+    const std::string doc = content_document(
+        "c-d", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}, {"late.mp4"}, {"promo.mp4"}}, schedule, {{"board.jpg"}});
+    Device device(serving("c-d", doc, {.clock = "2026-03-25 08:50:00", .files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 86400)}}}));
+    ASSERT_TRUE(device.wait_until(600, [] {
+        for (const Medium& m : kMedia)
+            if (m.name != std::string("board.jpg") && sandbox::read_file(on_disk(m)).size() != std::size_t(m.size)) return false;
+        return sandbox::read_file("/mnt/hd4/picture/board.jpg").size() == 21000;
+    }));
+    ASSERT_TRUE(device.wait_until(device.now() + 30, showing(device, "c-d*0")));
+
+    // The hours between events pass in a step of the clock to half a minute before each:
+    // the step fires the content check's countdown, which then counts to the event.
+    const struct {
+        const char* at;
+        const char* video;   // what layer 0 then plays
+        const char* layout;  // and layer 1 ("" nothing)
+    } events[] = {
+        {"09:00:00", "c-d*1", ""}, {"11:00:00", "c-d*0", ""},      {"13:00:00", "c-d*2", ""},
+        {"14:30:00", "c-d*0", ""}, {"16:00:00", "c-d*3", "c-d*0"}, {"18:00:00", "c-d*0", ""},
+        {"19:30:00", "c-d*1", ""}, {"21:00:00", "c-d*0", ""},
+    };
+    std::vector<double> delays;
+    for (const auto& e : events) {
+        std::string at = e.at;
+        int seconds = std::stoi(at.substr(0, 2)) * 3600 + std::stoi(at.substr(3, 2)) * 60 - 30;
+        char before[32];
+        std::snprintf(before, sizeof before, "2026-03-25 %02d:%02d:%02d", seconds / 3600, seconds / 60 % 60, seconds % 60);
+        std::size_t changes = shown(device, 0).size();
+        device.set_clock(before);
+        double event = device.now() + 30;
+        ASSERT_TRUE(device.wait_until(event + 60, showing(device, e.video))) << e.at;
+        EXPECT_THAT(shown(device, 0), SizeIs(changes + 1)) << e.at;  // no switch before the event
+        EXPECT_TRUE(device.wait_until(device.now() + 5, showing(device, e.layout, 1))) << e.at;
+        double delay = shown(device, 0).back().at - event;
+        EXPECT_THAT(delay, AllOf(Ge(0), Le(15))) << e.at;
+        delays.push_back(delay);
+        device.wait_until(event + 15);
+    }
+    std::sort(delays.begin(), delays.end());
+    measured("schedule event to the switch, worst", delays.back());
+    measured("schedule event to the switch, median", (delays[3] + delays[4]) / 2);
+    // In the layout, the video in its area for the player's resolution, 1080 lines.
+    EXPECT_THAT(device.player("state layer=0 report=\"r1,c-d*3,"),
+                ElementsAre(testing::Field(&Event::line, HasSubstr("area=1280x720+96+54 units=pixels"))));
+    EXPECT_TRUE(device.agent_running());
 }
