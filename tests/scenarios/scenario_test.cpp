@@ -587,3 +587,31 @@ TEST(Scenario, KilledDuringDownload)
     expect_no_partial_media();
     EXPECT_FALSE(sandbox::exists("/mnt/hd4/video/tempfile.xxx"));
 }
+
+TEST(Scenario, TruncatedMedia)
+{
+    // The first answer for noon.mp4 ends after 20000 of its 41000 bytes. The retry comes
+    // with the next content check, up to ten minutes on, which a faster clock shortens.
+    const std::string doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    Device device(serving("c-1", doc, {.speed = 40,
+                                       .files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 60)}},
+                                       .server = {"--fault", "/media/noon.mp4", "drop=20000,times=1"}}));
+    // Watched all along: never a part of it under its name.
+    bool partial = false;
+    ASSERT_TRUE(device.wait_until(1200, [&] {
+        std::string noon = sandbox::read_file("/mnt/hd4/video/noon.mp4");
+        partial = partial || (!noon.empty() && noon != media_bytes(medium("noon.mp4")));
+        return showing(device, "c-1*1")();
+    }));
+    EXPECT_FALSE(partial);
+    auto noon = device.requests("GET /media/noon.mp4");
+    ASSERT_THAT(noon, SizeIs(2));
+    EXPECT_THAT(noon[0].line, HasSubstr(" 200 20000 drop=20000"));
+    EXPECT_THAT(noon[1].line, HasSubstr(" 200 41000 -"));
+    measured("a truncated transfer to its retry", noon[1].at - noon[0].at);
+    EXPECT_LE(noon[1].at - noon[0].at, 620);
+    EXPECT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/video/welcome.mp4"); }));
+    device.wait_until(device.now() + 10);
+    expect_no_partial_media();
+    EXPECT_TRUE(device.agent_running());
+}
