@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <ctime>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <thread>
 
 #ifndef SIGNAGE_AGENT
@@ -58,6 +59,9 @@ std::string local_text(long long seconds)
 
 Device::Device(DeviceStart start) : start_(std::move(start)), player_(start_.player)
 {
+    if (!start_.media_disk.empty() &&
+        mount(nullptr, "/mnt/hd4", nullptr, MS_REMOUNT | MS_RDONLY, ("size=" + start_.media_disk).c_str()) != 0)
+        throw std::runtime_error("/mnt/hd4 could not be resized to " + start_.media_disk);
     for (const auto& [path, bytes] : start_.files) put(path, bytes);
     if (start_.server_up) start_server();
     write_clock(start_.clock, start_.speed);

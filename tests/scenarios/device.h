@@ -29,6 +29,7 @@ struct DeviceStart {
     std::vector<std::string> server = {};  // cms-sim options, e.g. {"--fault", "/config.xml", "status=500"}
     bool server_up = true;            // false: down until start_server()
     std::vector<std::string> player = {};  // player-sim options
+    std::string media_disk = "";      // the size of /mnt/hd4 ("64m"); empty: the sandbox's
 };
 
 // A log line and when it was written, in device seconds since the agent started.

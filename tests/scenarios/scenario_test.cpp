@@ -615,3 +615,28 @@ TEST(Scenario, TruncatedMedia)
     expect_no_partial_media();
     EXPECT_TRUE(device.agent_running());
 }
+
+TEST(Scenario, SmallMediaDisk)
+{
+    // A 64 MB media disk, three old files of 12 MB each on it beside the content that
+    // plays: some 28 MB free, less than the 30 MB a download must leave.
+    const std::string old_doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    const Names old_files = {"/mnt/hd4/video/old-a.mp4", "/mnt/hd4/video/old-b.mp4", "/mnt/hd4/picture/old-c.jpg"};
+    DeviceStart start{.files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 60)}}, .media_disk = "64m"};
+    for (const std::string& file : old_files) start.files.insert({file, std::string(12 << 20, 'o')});
+    Device device(played_before("c-1", old_doc, {"welcome.mp4", "noon.mp4", "menu.jpg"}, std::move(start)));
+    ASSERT_TRUE(device.wait_until(60, showing(device, "c-1*1")));
+
+    // New content needs two files more: no room for them until a cleanup has deleted
+    // an old file, then they come and play.
+    const std::string doc = content_document("c-2", {{"welcome.mp4", "board.jpg"}, {"promo.mp4", "late.mp4"}}, kToday);
+    publish("c-2", doc);
+    ASSERT_TRUE(device.wait_until(device.now() + 400, showing(device, "c-2*1")));
+    std::size_t old_left = std::count_if(old_files.begin(), old_files.end(), sandbox::exists);
+    EXPECT_EQ(old_left, 2u);  // a third of what was old frees enough
+    for (const Medium& m : kMedia)  // the content's files and the old content's, that played meanwhile
+        EXPECT_TRUE(m.name == std::string("board.jpg") || sandbox::exists(on_disk(m))) << m.name;
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/picture/board.jpg"); }));
+    EXPECT_THAT(device.player("state layer=0"), SizeIs(2));
+    EXPECT_TRUE(device.agent_running());
+}
