@@ -8,22 +8,10 @@
 // let device time pass with wait_until, and assert on what the peers logged (in device
 // seconds), the stand-in calls and the files left behind.
 //
-// Still to write, about content playing (each needs content.xml, media under /tmp/cms
-// and assertions on /tmp/playlists, /mnt/hd4 and player-sim's "state" lines):
-//   FirstBootPlaysTheSchedule  content fetched, files downloaded and verified, the
-//                              scheduled playlist playing, contentdata.txt saved
-//   ScheduleDay                several items, day entries and a layout through a whole
-//                              day: each switch within a few device seconds of its event,
-//                              the default between items
-//   NewContentWhilePlaying     the playing playlist's files kept, new files downloaded,
-//                              the switch after the last priority file
-//   SmallMediaDisk             /mnt/hd4 remounted smaller (mount(2) with MS_REMOUNT and
-//                              "size=..."): cleanup frees space, the schedule still plays
-//   TruncatedMedia             cms-sim's drop= on a media file: retried at the next call
-//                              home, never a partial file under a media name
-//   KilledDuringDownload       the agent killed (SIGKILL) mid-transfer and started again
-//                              (Device needs a restart that keeps the disks): no partial
-//                              file under a media name, the queue starts again
+// The content scenarios serve real media files from cms-sim (kMedia: sizes as the
+// documents give them, tens of kilobytes each) and follow what player-sim says each
+// layer plays (shown()); the figures the README reports are printed as "[ measured ]"
+// lines.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
