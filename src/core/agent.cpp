@@ -159,6 +159,7 @@ void agent_start_up(void)
 {
     dA_Initialize();
     download_init();
+    end_leftover_transfers();
     player_state_clear(&gPlayerState);
 
     currentCHConfig.id[0] = '\0';

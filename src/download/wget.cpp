@@ -102,6 +102,18 @@ void media_read_only()
 
 }  // namespace
 
+// A wget that an earlier run of the agent started (it was killed mid-transfer and
+// started again) would go on writing the status files, which every transfer shares:
+// the first fetch would read its progress as its own and could fail on it, leaving the
+// device without its documents until the next call home.
+void end_leftover_transfers(void)
+{
+    seam::system(kKillWget);
+    unlink(kStatFile);
+    unlink(kErrFile);
+    unlink(kConnectFile);
+}
+
 void initialize_wget_transfer(char* url)
 {
     unlink(kStatFile);

@@ -6,6 +6,7 @@
 //   ftp_file_to_hd                       body of the detached media-download thread
 //   get_command_file, get_config_file, get_content_file, get_dl_request_file
 //   initialize_wget_transfer, parse_ftp_status   shared by both drivers
+//   end_leftover_transfers               at start-up: a wget an earlier run left behind
 //   status, g_stopFileDownload, file_transfer_progress   shared with the thread
 #include <atomic>
 #include <cstdint>
@@ -26,6 +27,7 @@ extern std::atomic<int> g_stopFileDownload;  // nonzero: the running thread aban
 extern std::atomic<std::uint64_t> file_transfer_progress;  // bytes of the current transfer
 
 void initialize_wget_transfer(char* url);
+void end_leftover_transfers(void);
 int parse_ftp_status(unsigned int* last_bytes, int* countdown, unsigned int max_bytes);
 int ftp_file(char* url, const char* destfile, unsigned int max_bytes, const char* header);
 void* ftp_file_to_hd(void*);

@@ -66,6 +66,7 @@ int dA_ParseContent(const char* path) { return traced(std::string("dA_ParseConte
 DRAVIK_CONTENT* dA_Content(void) { return nullptr; }
 
 void download_init(void) { traced("download_init"); }
+void end_leftover_transfers(void) {}  // no wget is ever started here
 int download_in_progress(void) { return answers.download_running ? 1 : 0; }
 void process_download_check(void) { traced("process_download_check"); }
 int get_command_file(const char* server, const char*, const char* destfile)

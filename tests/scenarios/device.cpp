@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <ctime>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <thread>
 
 #ifndef SIGNAGE_AGENT
@@ -34,13 +36,43 @@ void write_clock(const std::string& local, int speed)
     std::filesystem::rename(kClockFile + ".new", kClockFile);
 }
 
+// "2026-03-25 12:00:00" to seconds and back, on a clock without zones: only the
+// difference between two times matters.
+long long local_seconds(const std::string& local)
+{
+    std::tm tm{};
+    if (!strptime(local.c_str(), "%Y-%m-%d %H:%M:%S", &tm)) throw std::runtime_error("not a local time: " + local);
+    return timegm(&tm);
+}
+
+std::string local_text(long long seconds)
+{
+    std::time_t t = seconds;
+    std::tm tm{};
+    gmtime_r(&t, &tm);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &tm);
+    return text;
+}
+
 }  // namespace
 
 Device::Device(DeviceStart start) : start_(std::move(start)), player_(start_.player)
 {
+    if (!start_.media_disk.empty() &&
+        mount(nullptr, "/mnt/hd4", nullptr, MS_REMOUNT | MS_RDONLY, ("size=" + start_.media_disk).c_str()) != 0)
+        throw std::runtime_error("/mnt/hd4 could not be resized to " + start_.media_disk);
     for (const auto& [path, bytes] : start_.files) put(path, bytes);
     if (start_.server_up) start_server();
     write_clock(start_.clock, start_.speed);
+    clock_set_to_ = local_seconds(start_.clock);
+    start_agent();
+    start_real_ = std::stod(PlayerSim::lines(kMacQuery).front());
+}
+
+void Device::start_agent()
+{
+    std::size_t started = PlayerSim::lines(kMacQuery).size();
     // libfaketime is loaded ahead of a sanitizer's runtime, which AddressSanitizer
     // would otherwise refuse.
     std::string asan = "verify_asan_link_order=0";
@@ -49,9 +81,16 @@ Device::Device(DeviceStart start) : start_(std::move(start)), player_(start_.pla
                    std::vector<std::string>{"LD_PRELOAD=" FAKETIME_LIBRARY,
                                             "FAKETIME_TIMESTAMP_FILE=" + kClockFile,
                                             "FAKETIME_NO_CACHE=1", "TZ=" + start_.tz, "ASAN_OPTIONS=" + asan});
-    if (!PlayerSim::wait_for(kMacQuery))
+    if (!PlayerSim::wait_for(kMacQuery, started + 1))
         throw std::runtime_error("the agent did not start:\n" + sandbox::read_file("/tmp/agent.out"));
-    start_real_ = std::stod(PlayerSim::lines(kMacQuery).front());
+}
+
+void Device::restart()
+{
+    agent_->stop(SIGKILL);
+    agent_.reset();
+    write_clock(local_text(clock_set_to_ + static_cast<long long>(now() - clock_set_at_)), start_.speed);
+    start_agent();
 }
 
 Device::~Device()
@@ -76,7 +115,12 @@ bool Device::wait_until(double until, const std::function<bool()>& done) const
     return true;
 }
 
-void Device::set_clock(const std::string& local) { write_clock(local, start_.speed); }
+void Device::set_clock(const std::string& local)
+{
+    write_clock(local, start_.speed);
+    clock_set_to_ = local_seconds(local);
+    clock_set_at_ = now();
+}
 
 void Device::notify(const std::string& what, int media)
 {

@@ -29,6 +29,7 @@ struct DeviceStart {
     std::vector<std::string> server = {};  // cms-sim options, e.g. {"--fault", "/config.xml", "status=500"}
     bool server_up = true;            // false: down until start_server()
     std::vector<std::string> player = {};  // player-sim options
+    std::string media_disk = "";      // the size of /mnt/hd4 ("64m"); empty: the sandbox's
 };
 
 // A log line and when it was written, in device seconds since the agent started.
@@ -54,6 +55,11 @@ public:
     // Sets the agent's wall clock to local time `local` ("2026-03-25 22:00:00"); it
     // runs on from there at the same speed.
     void set_clock(const std::string& local);
+    // Kills the agent with SIGKILL, as a power cut would, and starts it again on the same
+    // disks and peers, its clock going on from the local time it had reached. Returns
+    // once the new agent has asked for the MAC address; device seconds still count from
+    // the first start.
+    void restart();
     // Has player-sim send a notification (call-now, conf-update, copy-start ...).
     void notify(const std::string& what, int media = 0);
     void start_server();
@@ -71,6 +77,12 @@ public:
 
 private:
     std::vector<Event> events(const std::vector<std::string>& lines) const;
+    void start_agent();
+
+    // The agent's local time, as seconds of a clock without zones, when it was last
+    // set, and the device second it was set at.
+    long long clock_set_to_ = 0;
+    double clock_set_at_ = 0;
 
     DeviceStart start_;
     PlayerSim player_;

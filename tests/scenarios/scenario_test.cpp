@@ -8,23 +8,13 @@
 // let device time pass with wait_until, and assert on what the peers logged (in device
 // seconds), the stand-in calls and the files left behind.
 //
-// Still to write, about content playing (each needs content.xml, media under /tmp/cms
-// and assertions on /tmp/playlists, /mnt/hd4 and player-sim's "state" lines):
-//   FirstBootPlaysTheSchedule  content fetched, files downloaded and verified, the
-//                              scheduled playlist playing, contentdata.txt saved
-//   ScheduleDay                several items, day entries and a layout through a whole
-//                              day: each switch within a few device seconds of its event,
-//                              the default between items
-//   NewContentWhilePlaying     the playing playlist's files kept, new files downloaded,
-//                              the switch after the last priority file
-//   SmallMediaDisk             /mnt/hd4 remounted smaller (mount(2) with MS_REMOUNT and
-//                              "size=..."): cleanup frees space, the schedule still plays
-//   TruncatedMedia             cms-sim's drop= on a media file: retried at the next call
-//                              home, never a partial file under a media name
-//   KilledDuringDownload       the agent killed (SIGKILL) mid-transfer and started again
-//                              (Device needs a restart that keeps the disks): no partial
-//                              file under a media name, the queue starts again
+// The content scenarios serve real media files from cms-sim (kMedia: sizes as the
+// documents give them, tens of kilobytes each) and follow what player-sim says each
+// layer plays (shown()); the figures the README reports are printed as "[ measured ]"
+// lines.
 #include <algorithm>
+#include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -277,4 +267,364 @@ TEST(Scenario, ClockSteppedForward)
     }));
     for (const Event& e : {device.requests("GET /command.txt")[1], device.player(kStop)[0], device.player(kLogUpload)[0]})
         EXPECT_THAT(e.at - stepped, Le(40)) << e.line;
+}
+
+namespace {
+
+// Media on the server: real files whose sizes the documents give, each a few tens of
+// kilobytes, since a transfer of only a few bytes reads as an error page.
+struct Medium {
+    const char* name;
+    const char* dir;  // where the agent keeps it on /mnt/hd4
+    int size;
+};
+constexpr Medium kMedia[] = {{"welcome.mp4", "video", 24000}, {"noon.mp4", "video", 41000},
+                             {"menu.jpg", "picture", 22000},   {"late.mp4", "video", 30000},
+                             {"board.jpg", "picture", 21000},  {"promo.mp4", "video", 36000}};
+
+std::string media_bytes(const Medium& m) { return std::string(m.size, static_cast<char>('a' + m.size % 26)); }
+std::string on_disk(const Medium& m) { return std::string("/mnt/hd4/") + m.dir + "/" + m.name; }
+const Medium& medium(const std::string& name)
+{
+    return *std::find_if(std::begin(kMedia), std::end(kMedia), [&](const Medium& m) { return m.name == name; });
+}
+
+using Names = std::vector<std::string>;
+
+// A content document `id`: playlists of the media named (each list of names is one
+// playlist, its index its position), layouts likewise (each shows its pictures in a
+// browser layer beside a video area), the files they name in kMedia order, and
+// `schedule` (the items inside <schedule>, whose default is playlist 0).
+std::string content_document(const std::string& id, const std::vector<Names>& playlists, const std::string& schedule,
+                             const std::vector<Names>& layouts = {})
+{
+    Names files;
+    for (const Medium& m : kMedia)
+        for (const auto& lists : {playlists, layouts})
+            for (const Names& list : lists)
+                if (std::find(list.begin(), list.end(), m.name) != list.end() &&
+                    std::find(files.begin(), files.end(), m.name) == files.end())
+                    files.push_back(m.name);
+    auto item = [&](const std::string& element, const std::string& name) {
+        auto findex = std::find(files.begin(), files.end(), name) - files.begin();
+        return "<" + element + (name.ends_with(".jpg") ? " type=\"image\"" : " type=\"video\"") + " findex=\"" +
+               std::to_string(findex) + "\"" + (element == "pl_item" && name.ends_with(".jpg") ? " dur=\"10\"" : "") +
+               "/>";
+    };
+    std::string doc = "<content id=\"" + id + "\" name=\"Lobby\">\n  <servers><server_item id=\"0\" addr=\"" + kServer +
+                      "/media/$FILE$\"/></servers>\n";
+    for (std::size_t p = 0; p < playlists.size(); ++p) {
+        doc += "  <playlist pindex=\"" + std::to_string(p) + "\" name=\"List" + std::to_string(p) + "\">";
+        for (const std::string& name : playlists[p]) doc += item("pl_item", name);
+        doc += "</playlist>\n";
+    }
+    doc += "  <files>";
+    for (const std::string& name : files)
+        doc += "<f_item server_id=\"0\"" + std::string(name.ends_with(".jpg") ? " type=\"image\"" : "") + " file=\"" +
+               name + "\" size=\"" + std::to_string(medium(name).size) + "\"/>";
+    doc += "</files>\n  <schedule default_pindex=\"0\">" + schedule + "</schedule>\n";
+    for (std::size_t l = 0; l < layouts.size(); ++l) {
+        doc += "  <layout lindex=\"" + std::to_string(l) + "\" name=\"Board" + std::to_string(l) +
+               "\"><vid_area_1080 x=\"96\" y=\"54\" width=\"1280\" height=\"720\"/><layout_files>";
+        for (const std::string& name : layouts[l]) doc += item("lo_file", name);
+        doc += "</layout_files><layout_playlist><lo_pl_item url=\"http://127.0.0.1/board.html\" dur=\"0\"/>"
+               "</layout_playlist></layout>\n";
+    }
+    return doc + "</content>\n";
+}
+
+std::string sched_item(int pindex, const std::string& start, const std::string& end, const std::string& days = "",
+                       int lindex = -1)
+{
+    return "<sched_item pindex=\"" + std::to_string(pindex) + "\" lindex=\"" + std::to_string(lindex) +
+           "\" start=\"" + start + "\" end=\"" + end + "\">" + days + "</sched_item>";
+}
+
+// Every medium on the server, and a call home an hour (the first ten seconds after
+// start) that hands out kZoneConfig and the content document `doc`, whose id is `id`.
+DeviceStart serving(const std::string& id, const std::string& doc, DeviceStart start = {})
+{
+    start.files.insert({{"/mnt/hd3/USB.CONF", usb_conf(kServer, 3600)},
+                        {"/tmp/cms/command.txt", "ConfigID,cfg-1\r\nContentID," + id + "\r\n"},
+                        {"/tmp/cms/config.xml", kZoneConfig},
+                        {"/tmp/cms/content.xml", doc}});
+    for (const Medium& m : kMedia) start.files.insert({std::string("/tmp/cms/media/") + m.name, media_bytes(m)});
+    return start;
+}
+
+// What layer `layer` showed over time: the playlist name it reported (content id, star,
+// index) after each of player-sim's start and stop lines that changed it, "" for idle.
+std::vector<Event> shown(const Device& device, int layer)
+{
+    std::vector<Event> changes;
+    for (const Event& e : device.player("state layer=")) {
+        auto report = e.line.find("report=\"");
+        if (report == std::string::npos) continue;
+        std::string text = e.line.substr(report + 8, e.line.find('"', report + 8) - report - 8);
+        std::string part = layer == 0 ? text.substr(0, text.find('%')) : text.substr(text.find('%') + 1);
+        std::string name;
+        if (std::count(part.begin(), part.end(), ',') == 4) {
+            auto first = part.find(',');
+            name = part.substr(first + 1, part.find(',', first + 1) - first - 1);
+        }
+        if (changes.empty() ? !name.empty() : changes.back().line != name) changes.push_back({e.at, name});
+    }
+    return changes;
+}
+
+std::function<bool()> showing(const Device& device, const std::string& name, int layer = 0)
+{
+    return [&device, name, layer] {
+        auto s = shown(device, layer);
+        return s.empty() ? name.empty() : s.back().line == name;
+    };
+}
+
+// The figures the README reports, on the test's output.
+void measured(const std::string& what, double seconds) { std::printf("[ measured ] %s: %.0f device s\n", what.c_str(), seconds); }
+
+// The media folders hold only whole media under their names; a transfer's temporary
+// file may be there.
+void expect_no_partial_media()
+{
+    for (const char* dir : {"/mnt/hd4/video", "/mnt/hd4/picture"})
+        for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+            std::string name = entry.path().filename();
+            if (name == "tempfile.xxx") continue;
+            auto m = std::find_if(std::begin(kMedia), std::end(kMedia), [&](const Medium& x) { return x.name == name; });
+            ASSERT_NE(m, std::end(kMedia)) << entry.path();
+            EXPECT_EQ(sandbox::read_file(entry.path()), media_bytes(*m)) << entry.path();
+        }
+}
+
+// Wednesday 2026-03-25 all day.
+const std::string kToday = sched_item(1, "2026-03-25T00:00:00", "2026-03-26T00:00:00");
+
+}  // namespace
+
+TEST(Scenario, FirstBootPlaysTheSchedule)
+{
+    const std::string doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    Device device(serving("c-1", doc));
+    ASSERT_TRUE(device.wait_until(600, showing(device, "c-1*1")));
+    measured("first boot to the scheduled playlist playing", shown(device, 0).back().at);
+
+    // Nothing else played first: the default's file was not there yet.
+    EXPECT_THAT(shown(device, 0), SizeIs(1));
+    EXPECT_THAT(device.requests("GET /content.xml 200"), SizeIs(1));
+    for (const char* name : {"noon.mp4", "menu.jpg"}) {
+        ASSERT_THAT(device.requests(std::string("GET /media/") + name + " 200"), SizeIs(1)) << name;
+        EXPECT_LT(device.requests(std::string("GET /media/") + name)[0].at, shown(device, 0)[0].at) << name;
+        EXPECT_EQ(sandbox::read_file(on_disk(medium(name))), media_bytes(medium(name))) << name;
+    }
+    EXPECT_THAT(device.player("state layer=0"), Contains(testing::Field(&Event::line, HasSubstr("area=100x100+0+0"))));
+    // Saved once the playlist has started, a moment after the player says it plays.
+    EXPECT_TRUE(device.wait_until(device.now() + 20, [&] { return sandbox::read_file("/mnt/hd3/contentdata.txt") == doc; }));
+    // The default playlist's file follows in the background.
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/video/welcome.mp4"); }));
+    device.wait_until(device.now() + 30);
+    expect_no_partial_media();
+    EXPECT_TRUE(device.agent_running());
+}
+
+namespace {
+
+// A device that played content `id` before it was restarted: the document saved, its
+// media on the disk, the server still handing it out.
+DeviceStart played_before(const std::string& id, const std::string& doc, const Names& media, DeviceStart start = {})
+{
+    start.files.insert({"/mnt/hd3/contentdata.txt", doc});
+    for (const std::string& name : media) start.files.insert({on_disk(medium(name)), media_bytes(medium(name))});
+    return serving(id, doc, std::move(start));
+}
+
+// The server hands out document `doc`, id `id`, from now on.
+void publish(const std::string& id, const std::string& doc)
+{
+    Device::put("/tmp/cms/content.xml", doc);
+    Device::put("/tmp/cms/command.txt", "ConfigID,cfg-1\r\nContentID," + id + "\r\n");
+}
+
+}  // namespace
+
+TEST(Scenario, NewContentWhilePlaying)
+{
+    const std::string old_doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    Device device(played_before("c-1", old_doc, {"welcome.mp4", "noon.mp4", "menu.jpg"},
+                                {.files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 60)}}}));
+    // The saved content plays from start, without waiting for the server.
+    ASSERT_TRUE(device.wait_until(60, showing(device, "c-1*1")));
+    measured("start to the saved content playing", shown(device, 0).back().at);
+
+    // New content: the same default with a picture more, and a new playlist of two new
+    // files for today, none of the playing playlist's.
+    const std::string doc =
+        content_document("c-2", {{"welcome.mp4", "board.jpg"}, {"promo.mp4", "late.mp4"}}, kToday);
+    double published = device.now();
+    publish("c-2", doc);
+    ASSERT_TRUE(device.wait_until(published + 300, showing(device, "c-2*1")));
+    double switched = shown(device, 0).back().at;
+    measured("a new content document on the server to its playback", switched - published);
+    measured("its fetch to its playback", switched - device.requests("GET /content.xml 200").back().at);
+
+    // The old playlist played on, its files on the disk, until both new files had
+    // come; then the switch, at once.
+    EXPECT_THAT(shown(device, 0), SizeIs(2));
+    double last_priority = 0;
+    for (const char* name : {"promo.mp4", "late.mp4"}) {
+        ASSERT_THAT(device.requests(std::string("GET /media/") + name + " 200"), SizeIs(1)) << name;
+        last_priority = std::max(last_priority, device.requests(std::string("GET /media/") + name)[0].at);
+    }
+    EXPECT_THAT(switched - last_priority, AllOf(Ge(0), Le(30)));
+    for (const char* name : {"noon.mp4", "menu.jpg"})
+        EXPECT_EQ(sandbox::read_file(on_disk(medium(name))), media_bytes(medium(name))) << name;
+    EXPECT_TRUE(device.wait_until(device.now() + 20, [&] { return sandbox::read_file("/mnt/hd3/contentdata.txt") == doc; }));
+    // The default's new picture only after the files of what must play now.
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/picture/board.jpg"); }));
+    EXPECT_GT(device.requests("GET /media/board.jpg")[0].at, last_priority);
+    EXPECT_THAT(device.requests("GET /media/welcome.mp4"), IsEmpty());
+    device.wait_until(device.now() + 10);
+    expect_no_partial_media();
+}
+
+TEST(Scenario, ScheduleDay)
+{
+    // Wednesday 2026-03-25. Item 1: playlist 1 from 9 to 11. Item 2, all spring, by its
+    // Wednesday entries: playlist 2 from 13:00 to 14:30 (Thursday's entry plays no part
+    // today). Item 3: playlist 3 in layout 0 from 16 to 18. Item 4 from 19:30 on, whose
+    // Wednesday entries say on from 19:00, off at 21:00: on when its period begins.
+    // Playlist 0, the default, between them.
+    const std::string schedule =
+        sched_item(1, "2026-03-25T09:00:00", "2026-03-25T11:00:00") +
+        sched_item(2, "2026-03-01T00:00:00", "2026-04-30T00:00:00",
+                   R"(<day_item day="we" mode="on" time="13:00"/><day_item day="th" mode="on" time="12:00"/>)"
+                   R"(<day_item day="we" mode="off" time="14:30"/>)") +
+        sched_item(3, "2026-03-25T16:00:00", "2026-03-25T18:00:00", "", 0) +
+        sched_item(1, "2026-03-25T19:30:00", "2026-03-27T00:00:00",
+                   R"(<day_item day="we" mode="on" time="19:00"/><day_item day="we" mode="off" time="21:00"/>)");
+    const std::string doc = content_document(
+        "c-d", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}, {"late.mp4"}, {"promo.mp4"}}, schedule, {{"board.jpg"}});
+    Device device(serving("c-d", doc, {.clock = "2026-03-25 08:50:00", .files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 86400)}}}));
+    ASSERT_TRUE(device.wait_until(600, [] {
+        for (const Medium& m : kMedia)
+            if (m.name != std::string("board.jpg") && sandbox::read_file(on_disk(m)).size() != std::size_t(m.size)) return false;
+        return sandbox::read_file("/mnt/hd4/picture/board.jpg").size() == 21000;
+    }));
+    ASSERT_TRUE(device.wait_until(device.now() + 30, showing(device, "c-d*0")));
+
+    // The hours between events pass in a step of the clock to half a minute before each:
+    // the step fires the content check's countdown, which then counts to the event.
+    const struct {
+        const char* at;
+        const char* video;   // what layer 0 then plays
+        const char* layout;  // and layer 1 ("" nothing)
+    } events[] = {
+        {"09:00:00", "c-d*1", ""}, {"11:00:00", "c-d*0", ""},      {"13:00:00", "c-d*2", ""},
+        {"14:30:00", "c-d*0", ""}, {"16:00:00", "c-d*3", "c-d*0"}, {"18:00:00", "c-d*0", ""},
+        {"19:30:00", "c-d*1", ""}, {"21:00:00", "c-d*0", ""},
+    };
+    std::vector<double> delays;
+    for (const auto& e : events) {
+        std::string at = e.at;
+        int seconds = std::stoi(at.substr(0, 2)) * 3600 + std::stoi(at.substr(3, 2)) * 60 - 30;
+        char before[32];
+        std::snprintf(before, sizeof before, "2026-03-25 %02d:%02d:%02d", seconds / 3600, seconds / 60 % 60, seconds % 60);
+        std::size_t changes = shown(device, 0).size();
+        device.set_clock(before);
+        double event = device.now() + 30;
+        ASSERT_TRUE(device.wait_until(event + 60, showing(device, e.video))) << e.at;
+        EXPECT_THAT(shown(device, 0), SizeIs(changes + 1)) << e.at;  // no switch before the event
+        EXPECT_TRUE(device.wait_until(device.now() + 5, showing(device, e.layout, 1))) << e.at;
+        double delay = shown(device, 0).back().at - event;
+        EXPECT_THAT(delay, AllOf(Ge(0), Le(15))) << e.at;
+        delays.push_back(delay);
+        device.wait_until(event + 15);
+    }
+    std::sort(delays.begin(), delays.end());
+    measured("schedule event to the switch, worst", delays.back());
+    measured("schedule event to the switch, median", (delays[3] + delays[4]) / 2);
+    // In the layout, the video in its area for the player's resolution, 1080 lines.
+    EXPECT_THAT(device.player("state layer=0 report=\"r1,c-d*3,"),
+                ElementsAre(testing::Field(&Event::line, HasSubstr("area=1280x720+96+54 units=pixels"))));
+    EXPECT_TRUE(device.agent_running());
+}
+
+
+TEST(Scenario, KilledDuringDownload)
+{
+    // The first transfer of noon.mp4 comes slowly, some 5 KB a second.
+    const std::string doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    Device device(serving("c-1", doc, {.server = {"--fault", "/media/noon.mp4", "rate=5000,times=1"}}));
+    ASSERT_TRUE(device.wait_until(600, [] { return sandbox::read_file("/mnt/hd4/video/tempfile.xxx").size() >= 10000; }));
+    device.restart();
+    double restarted = device.now();
+    expect_no_partial_media();
+
+    // Nothing was saved: the new agent calls home, fetches the document and downloads
+    // again from its queue, noon.mp4 now whole.
+    ASSERT_TRUE(device.wait_until(restarted + 600, showing(device, "c-1*1")));
+    EXPECT_THAT(device.requests("GET /content.xml 200"), SizeIs(2));
+    auto noon = device.requests("GET /media/noon.mp4");
+    ASSERT_THAT(noon, SizeIs(2));
+    EXPECT_THAT(noon[1].line, HasSubstr(" 200 41000 -"));
+    EXPECT_GT(noon[1].at, restarted);
+    EXPECT_EQ(sandbox::read_file("/mnt/hd4/video/noon.mp4"), media_bytes(medium("noon.mp4")));
+    EXPECT_TRUE(device.wait_until(device.now() + 20, [&] { return sandbox::read_file("/mnt/hd3/contentdata.txt") == doc; }));
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/video/welcome.mp4"); }));
+    device.wait_until(device.now() + 10);
+    expect_no_partial_media();
+    EXPECT_FALSE(sandbox::exists("/mnt/hd4/video/tempfile.xxx"));
+}
+
+TEST(Scenario, TruncatedMedia)
+{
+    // The first answer for noon.mp4 ends after 20000 of its 41000 bytes. The retry comes
+    // with the next content check, up to ten minutes on, which a faster clock shortens.
+    const std::string doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    Device device(serving("c-1", doc, {.speed = 40,
+                                       .files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 60)}},
+                                       .server = {"--fault", "/media/noon.mp4", "drop=20000,times=1"}}));
+    // Watched all along: never a part of it under its name.
+    bool partial = false;
+    ASSERT_TRUE(device.wait_until(1200, [&] {
+        std::string noon = sandbox::read_file("/mnt/hd4/video/noon.mp4");
+        partial = partial || (!noon.empty() && noon != media_bytes(medium("noon.mp4")));
+        return showing(device, "c-1*1")();
+    }));
+    EXPECT_FALSE(partial);
+    auto noon = device.requests("GET /media/noon.mp4");
+    ASSERT_THAT(noon, SizeIs(2));
+    EXPECT_THAT(noon[0].line, HasSubstr(" 200 20000 drop=20000"));
+    EXPECT_THAT(noon[1].line, HasSubstr(" 200 41000 -"));
+    measured("a truncated transfer to its retry", noon[1].at - noon[0].at);
+    EXPECT_LE(noon[1].at - noon[0].at, 620);
+    EXPECT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/video/welcome.mp4"); }));
+    device.wait_until(device.now() + 10);
+    expect_no_partial_media();
+    EXPECT_TRUE(device.agent_running());
+}
+
+TEST(Scenario, SmallMediaDisk)
+{
+    // A 64 MB media disk, three old files of 12 MB each on it beside the content that
+    // plays: some 28 MB free, less than the 30 MB a download must leave.
+    const std::string old_doc = content_document("c-1", {{"welcome.mp4"}, {"noon.mp4", "menu.jpg"}}, kToday);
+    const Names old_files = {"/mnt/hd4/video/old-a.mp4", "/mnt/hd4/video/old-b.mp4", "/mnt/hd4/picture/old-c.jpg"};
+    DeviceStart start{.files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 60)}}, .media_disk = "64m"};
+    for (const std::string& file : old_files) start.files.insert({file, std::string(12 << 20, 'o')});
+    Device device(played_before("c-1", old_doc, {"welcome.mp4", "noon.mp4", "menu.jpg"}, std::move(start)));
+    ASSERT_TRUE(device.wait_until(60, showing(device, "c-1*1")));
+
+    // New content needs two files more: no room for them until a cleanup has deleted
+    // an old file, then they come and play.
+    const std::string doc = content_document("c-2", {{"welcome.mp4", "board.jpg"}, {"promo.mp4", "late.mp4"}}, kToday);
+    publish("c-2", doc);
+    ASSERT_TRUE(device.wait_until(device.now() + 400, showing(device, "c-2*1")));
+    std::size_t old_left = std::count_if(old_files.begin(), old_files.end(), sandbox::exists);
+    EXPECT_EQ(old_left, 2u);  // a third of what was old frees enough
+    for (const Medium& m : kMedia)  // the content's files and the old content's, that played meanwhile
+        EXPECT_TRUE(m.name == std::string("board.jpg") || sandbox::exists(on_disk(m))) << m.name;
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [] { return sandbox::exists("/mnt/hd4/picture/board.jpg"); }));
+    EXPECT_THAT(device.player("state layer=0"), SizeIs(2));
+    EXPECT_TRUE(device.agent_running());
 }
