@@ -27,7 +27,6 @@ constexpr const char* kSecondaryTsOid = "1.3.6.1.4.1.58321.3.5.16.0";
 constexpr const char* kTimezoneOid = "1.3.6.1.4.1.58321.3.5.17.0";
 constexpr const char* kLoggingOid = "1.3.6.1.4.1.58321.3.5.35.0";
 constexpr const char* kStoreSettingsOid = "1.3.6.1.4.1.58321.3.5.11.0";
-constexpr const char* kStopOid = "1.3.6.1.4.1.58321.3.3.9.0";
 constexpr const char* kLogServerOid = "1.3.6.1.4.1.58321.3.5.21.0";
 constexpr const char* kResolutionOid = ".1.3.6.1.4.1.58321.3.2.9.0";
 

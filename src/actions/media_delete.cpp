@@ -57,7 +57,7 @@ void delete_image(void) { remove_on(4, "rm -f /mnt/hd4/picture/*"); }
 void delete_all(void)
 {
     char command[64];
-    std::snprintf(command, sizeof command, "%s i 1", "1.3.6.1.4.1.58321.3.3.9.0");
+    std::snprintf(command, sizeof command, "%s i 1", kStopOid);
     send_snmp_command(kSnmpSetType, command, reply);
     seam::sleep(5);
     remount_fs(4, 1);

@@ -27,7 +27,6 @@ namespace {
 constexpr const char* kLayersOid = "1.3.6.1.4.1.58321.3.3.1.0";
 // Written with a leading dot, unlike its neighbours, as the device has always sent it.
 constexpr const char* kResolutionOid = ".1.3.6.1.4.1.58321.3.2.9.0";
-constexpr const char* kStopOid = "1.3.6.1.4.1.58321.3.3.9.0";
 constexpr const char* kCoordModeOid = "1.3.6.1.4.1.58321.3.3.23.0";
 constexpr const char* kXOid = "1.3.6.1.4.1.58321.3.3.24.0";
 constexpr const char* kYOid = "1.3.6.1.4.1.58321.3.3.25.0";

@@ -29,6 +29,10 @@ constexpr long kUsbNotifyType = 31;
 
 constexpr int kSnmpTextSize = 2048;
 
+// The playback stop control, set before media are deleted, by the display's off time,
+// on a resolution change and when a layer's content goes.
+constexpr const char* kStopOid = "1.3.6.1.4.1.58321.3.3.9.0";
+
 // Text lengths on the wire. The player's processes read four bytes more than their
 // records hold (8 for msgq_player, 64 for s_MSG_BUF); those bytes mean nothing and
 // are sent as zeros. The agent reads a notification's command id and 52 bytes more.
