@@ -1,6 +1,6 @@
 // Scenarios: the whole agent as a device in the field runs it, beside player-sim and
 // cms-sim, for minutes to hours of device time at 20 times real speed
-// (tests/scenarios/device.h). Each TEST(Scenario, Name) is a ctest test of its own,
+// (tests/support/device.h). Each TEST(Scenario, Name) is a ctest test of its own,
 // Scenario.Name, in a sandbox of its own.
 //
 // Adding one: put the start state in DeviceStart::files (USB.CONF and saved documents on
@@ -20,7 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "core/usb_xapp.h"
-#include "scenarios/device.h"
+#include "support/device.h"
 
 using ::testing::AllOf;
 using ::testing::Contains;
@@ -32,6 +32,10 @@ using ::testing::Le;
 using ::testing::SizeIs;
 
 namespace {
+
+// A failed scenario shows both logs as one timeline in device seconds, the agent's
+// output and the stand-in calls.
+[[maybe_unused]] const bool kLogsOnFailure = (Device::show_logs_at_end = [] { return ::testing::Test::HasFailure(); }, true);
 
 std::string usb_conf(const std::string& server, int interval)
 {

@@ -35,9 +35,12 @@ public:
     }
 
     // `options` after --root, --port and --log, e.g. {"--fault", "/media/*", "stall=100"}.
-    explicit CmsSim(std::vector<std::string> options = {}) : peer_(start(std::move(options)))
+    // With `fresh_log` false the log of an earlier cms-sim goes on (a server back up).
+    explicit CmsSim(std::vector<std::string> options = {}, bool fresh_log = true)
+        : starts_before_(fresh_log ? 0 : log_lines(kLog, "# start pid=").size()),
+          peer_(start(std::move(options), fresh_log))
     {
-        if (!wait_for_line(kLog, "# start pid=")) {
+        if (!wait_for_line(kLog, "# start pid=", starts_before_ + 1)) {
             stop();
             throw std::runtime_error("cms-sim did not start; see /tmp/cms-sim.out");
         }
@@ -69,14 +72,15 @@ public:
     }
 
 private:
-    static Peer start(std::vector<std::string> options)
+    static Peer start(std::vector<std::string> options, bool fresh_log)
     {
-        unlink(kLog);
+        if (fresh_log) unlink(kLog);
         std::system((std::string("mkdir -p ") + kRoot).c_str());
         options.insert(options.begin(),
                        {CMS_SIM, "--root", kRoot, "--port", std::to_string(kPort), "--log", kLog});
         return Peer(std::move(options), "/tmp/cms-sim.out");
     }
 
+    std::size_t starts_before_;
     Peer peer_;
 };

@@ -20,15 +20,18 @@ class PlayerSim {
 public:
     static constexpr const char* kLog = "/tmp/player-sim.log";
 
-    explicit PlayerSim(std::vector<std::string> options = {}) : peer_(start(std::move(options)))
+    // With `fresh_log` false the log of an earlier player-sim goes on (a device rebooted).
+    explicit PlayerSim(std::vector<std::string> options = {}, bool fresh_log = true)
+        : starts_before_(fresh_log ? 0 : lines(" start pid=").size()), peer_(start(std::move(options), fresh_log))
     {
-        if (!wait_for(" start pid=")) {
+        if (!wait_for(" start pid=", starts_before_ + 1)) {
             stop();
             throw std::runtime_error("player-sim did not start; see /tmp/player-sim.out");
         }
     }
 
     int stop(int sig = SIGTERM) { return peer_.stop(sig); }
+    pid_t pid() const { return peer_.pid(); }
 
     static std::vector<std::string> lines(const std::string& text) { return log_lines(kLog, text); }
     static bool wait_for(const std::string& text, std::size_t count = 1)
@@ -64,12 +67,13 @@ public:
     }
 
 private:
-    static Peer start(std::vector<std::string> options)
+    static Peer start(std::vector<std::string> options, bool fresh_log)
     {
-        unlink(kLog);
+        if (fresh_log) unlink(kLog);
         options.insert(options.begin(), {PLAYER_SIM, "--log", kLog});
         return Peer(std::move(options), "/tmp/player-sim.out");
     }
 
+    std::size_t starts_before_;
     Peer peer_;
 };
