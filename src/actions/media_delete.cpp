@@ -24,6 +24,16 @@ void remove_on(int partition, const char* command)
     remount_fs(partition, 0);
 }
 
+// Media just removed may be what the schedule plays: a content check now rebuilds the
+// download queue, so they are fetched again, and starts the player once they are in
+// (after delete_all, which stops it, the screen would otherwise stay dark and nothing
+// would be fetched until the next schedule event, up to a day away).
+void media_removed()
+{
+    MutexLock lock(timerMutex);
+    initiate_content_check = 1;
+}
+
 // Whether a deletion name could reach outside its media folder: a ".." component, or a
 // wild card before the last component that begins with a dot, which the shell expands
 // to ".." as readily as to anything else. The last component may be such a pattern:
@@ -51,8 +61,17 @@ int check_if_video(const char* extension)
 
 // Files are removed under a running player, without warning: only delete_all stops
 // playback first.
-void delete_video(void) { remove_on(4, "rm -f /mnt/hd4/video/*"); }
-void delete_image(void) { remove_on(4, "rm -f /mnt/hd4/picture/*"); }
+void delete_video(void)
+{
+    remove_on(4, "rm -f /mnt/hd4/video/*");
+    media_removed();
+}
+
+void delete_image(void)
+{
+    remove_on(4, "rm -f /mnt/hd4/picture/*");
+    media_removed();
+}
 
 void delete_all(void)
 {
@@ -65,6 +84,7 @@ void delete_all(void)
     seam::system("rm -f /mnt/hd4/picture/*");
     remount_fs(4, 0);
     seam::sleep(10);
+    media_removed();
 }
 
 void delete_usb_config(void)
@@ -112,4 +132,5 @@ void delete_file(char* line)
     std::snprintf(command, sizeof command, "rm -f /mnt/hd4/%s/%s.%s",
                   check_if_video(extension) ? "video" : "picture", name, ext);
     remove_on(4, command);
+    media_removed();
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "support/fake_platform.h"
 #include "support/player_sim.h"
@@ -85,8 +86,12 @@ TEST(MediaDelete, EachCommandRemovesWhatItNames)
     for (const auto& c : cases) {
         refill();
         platform.clear();
+        initiate_content_check = 0;
         c.run();
         EXPECT_EQ(platform.commands(), c.commands);
+        // Whatever removed media asks for a content check: what the schedule needs is
+        // fetched again, and a player that delete_all stopped starts again.
+        EXPECT_EQ(initiate_content_check, c.commands.empty() ? 0 : 1) << c.commands.size();
         Texts sets = PlayerSim::requests(kSnmpSetType);
         EXPECT_EQ(Texts(sets.begin() + static_cast<long>(sent), sets.end()), c.to_player);
         sent = sets.size();
