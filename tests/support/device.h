@@ -83,6 +83,7 @@ public:
     void stop_server();  // the server goes down: connections are refused until start_server()
     bool agent_running() { return agent_ && agent_->running(); }
     pid_t agent_pid() const { return agent_ ? agent_->pid() : -1; }
+    pid_t server_pid() const { return server_ ? server_->pid() : -1; }
     int speed() const { return start_.speed; }
 
     // cms-sim's request lines and player-sim's log lines that hold `text`.
