@@ -174,13 +174,14 @@ int getAutoOnOffMode(DRAVIK_CONFIGURATION_CH* cfg, int* next_seconds)
         const AOO_ITEM& item = cfg->aooItems[i];
         bool passed = item.day < weekday || (item.day == weekday && item.time_of_day <= tod);
         if (!passed) {
-            // The next point today, or else midnight, when the day is looked at again.
-            *next_seconds = item.day == weekday ? item.time_of_day - tod : 86400 - tod;
+            // The next point today, or else midnight, when the day is looked at again;
+            // by the clock, so that a change to or from summer time keeps it on time.
+            *next_seconds = seconds_until_local_time(item.day == weekday ? item.time_of_day : 86400);
             return mode;
         }
         mode = item.mode;
     }
-    *next_seconds = 86400 - tod;
+    *next_seconds = seconds_until_local_time(86400);
     return mode;
 }
 

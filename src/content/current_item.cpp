@@ -341,7 +341,8 @@ void process_content_check(DRAVIK_CONTENT* pContent)
     if (k.pl >= 0)
         std::snprintf(k.plname, sizeof k.plname, "%.*s*%d", static_cast<int>(id.size()), id.data(), k.pl);
     std::snprintf(k.loname, sizeof k.loname, "%.*s*%d", static_cast<int>(id.size()), id.data(), k.layout);
-    k.next = plEvent.nextEventTime - plEvent.timeNowSeconds;
+    // The event's clock time, reached across a change to or from summer time too.
+    k.next = seconds_until_local_time(plEvent.nextEventTime);
 
     gPlayerState.no_pl_scheduled = 0;
     gPlayerState.scheduled_pl_active = 0;

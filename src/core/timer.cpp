@@ -59,6 +59,22 @@ void count_down(std::atomic<int>& countdown, std::atomic<int>& flag, std::int64_
 
 int get_tod_in_sec(void) { return static_cast<int>(seam::now()); }
 
+int seconds_until_local_time(int tod)
+{
+    std::time_t now = seam::now();
+    std::tm tm{};
+    localtime_r(&now, &tm);
+    // The clock time itself: mktime would carry surplus seconds across a change of
+    // offset as elapsed time, not as time of day.
+    tm.tm_mday += tod / 86400;
+    tm.tm_hour = tod % 86400 / 3600;
+    tm.tm_min = tod % 3600 / 60;
+    tm.tm_sec = tod % 60;
+    tm.tm_isdst = -1;  // the offset in force at that time, not now
+    std::int64_t left = static_cast<std::int64_t>(mktime(&tm)) - now;
+    return left > 0 ? static_cast<int>(left) : 0;
+}
+
 void stop_timer(void)
 {
     timer_stopped = 1;  // written without the mutex, as its readers expect

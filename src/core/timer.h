@@ -61,6 +61,11 @@ private:
 
 // Seconds since the epoch (not since midnight, despite the name).
 int get_tod_in_sec(void);
+// Seconds from now until the local clock reads `tod` seconds after midnight today
+// (86400: the coming midnight), 0 when it has passed. On the day summer time begins or
+// ends this is `tod` minus the time of day plus or minus the hour the clock jumps: a
+// countdown armed with the plain difference would fire an hour late or early.
+int seconds_until_local_time(int tod);
 
 void stop_timer(void);
 void start_timer(void);

@@ -69,6 +69,18 @@ TEST_F(Config, AutoOnOffFollowsTheWeek)
         EXPECT_EQ(getAutoOnOffMode(&cfg, &next), c.mode) << c.at;
         EXPECT_EQ(next, c.next) << c.at;
     }
+    // On the days summer time begins and ends the next point comes by the clock, an hour
+    // sooner or later than the times of day say: Sunday 09:00 from five past midnight.
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    cfg.aooItemCount = 1;
+    cfg.aooItems[0] = {0, 1, 9 * 3600};
+    for (auto [at, expected] : {std::pair<std::time_t, int>{1774738805, 28795}, {1792879205, 35995}}) {
+        platform.set_time(at);
+        int next = -7;
+        EXPECT_EQ(getAutoOnOffMode(&cfg, &next), 1) << at;  // on since last Sunday
+        EXPECT_EQ(next, expected) << at;
+    }
+    setenv("TZ", "UTC0", 1);
     // Without items: always on, and the next point untouched.
     int next = -7;
     cfg.aooItemCount = 0;
