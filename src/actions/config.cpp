@@ -131,7 +131,10 @@ int adopt_config_document(void)
         MutexLock lock(timerMutex);
         send_log_timer = t;
     }
-    if (currentCHConfig.autoOnOffEnable) {
+    // Looked at again soon: new on/off times, or none while the display is off. Only
+    // that evaluation turns the display back on, so a configuration that drops the
+    // on/off times at night would otherwise leave the screen dark until a reboot.
+    if (currentCHConfig.autoOnOffEnable || AutoOnOffMode != 1) {
         MutexLock lock(timerMutex);
         auto_on_off_timer = 10;
     }

@@ -40,6 +40,7 @@ protected:
         currentCHConfig = {};
         std::strcpy(currentCHConfig.id, "cfg-1");
         auto_on_off_timer = 0;
+        AutoOnOffMode = 1;
     }
 
     FakePlatform platform;
@@ -155,6 +156,7 @@ TEST_F(Config, FetchedDocumentPushesWhatDiffersAndRebootsOnlyForServersOrLogging
         Texts sets;
         bool reboot, saved;
         int auto_on_off = 0;
+        int display = 1;  // AutoOnOffMode before
     } cases[] = {
         {"only the time zone", head + sec + "<timezone tz=\"-5\"/></config>", 1,
          {"1.3.6.1.4.1.58321.3.5.17.0 i -5", store}, false, true},
@@ -168,6 +170,8 @@ TEST_F(Config, FetchedDocumentPushesWhatDiffersAndRebootsOnlyForServersOrLogging
          head + sec + "<auto_on_off enable=\"true\"><aoo_item day=\"mo\" mode=\"off\" time=\"22:00\"/>"
                       "</auto_on_off></config>",
          1, {}, false, true, 10},
+        {"no on/off times while the display is off: looked at again soon, so it comes on", head + sec + "</config>",
+         1, {}, false, true, 10, 0},
         {"a document without an id", "<config><timezone tz=\"3\"/></config>", 1, {}, false, false},
         {"a document that does not parse", head + "<timezone tz=\"3\">", 0, {}, false, false},
     };
@@ -180,6 +184,7 @@ TEST_F(Config, FetchedDocumentPushesWhatDiffersAndRebootsOnlyForServersOrLogging
         sandbox::set_writable(3, false);
         sandbox::write_file("/tmp/daconfig.xml", c.doc);
         SetUp();
+        AutoOnOffMode = c.display;
         platform.clear();
         sandbox::clear_calls();
 
