@@ -131,8 +131,10 @@ Checks::Checks(const World& world) : world_(world)
         "s while no transfer runs");
     add("footprint flat",
         "the agent's maximum resident memory over the last device day is within 5 % (at least 256 kB) of the "
-        "first day's; its descriptors, threads and lingering children (still running after 2 device "
-        "minutes) at most the first day's (a quarter of the run for runs under two days)");
+        "first day's (not judged on a build with AddressSanitizer, whose quarantine of freed memory grows by "
+        "design); its descriptors (open in two looks a millisecond apart), threads and lingering children "
+        "(still running after 2 device minutes) at most the first day's; runs under two days compare their "
+        "first and last quarters, by the least counts of each");
     add("agent running", "the agent runs the whole time, except across the reboots the soak plays");
 }
 
@@ -146,7 +148,13 @@ long Checks::violations() const
 void Checks::check(Id id, bool ok, double at, const std::string& what)
 {
     ++invariants_[id].checks;
-    if (!ok) invariants_[id].violations.push_back({at, what});
+    if (ok) return;
+    std::time_t t = epoch(at);
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    char local[40];
+    std::strftime(local, sizeof local, "%a %Y-%m-%d %H:%M:%S %Z", &tm);
+    invariants_[id].violations.push_back({at, what, local});
 }
 
 void Checks::clock_set(double at, std::time_t epoch)
@@ -414,6 +422,14 @@ void Checks::read_list(double at, const std::string& list)
         } else if (keyword(line, "DeleteFile") || keyword(line, "DeleteAllMedia") ||
                    keyword(line, "DeleteVideoMedia") || keyword(line, "DeleteImageMedia")) {
             deletion_at_ = at;
+            // DeleteAllMedia stops the player first, by design, and deletes 5 s later;
+            // from then on the scheduled files are missing until they are fetched again.
+            if (keyword(line, "DeleteAllMedia"))
+                for (int l = 0; l < 2; ++l) {
+                    due_[l] = std::max(due_[l], at);
+                    grace_[l] = kDocumentGrace;
+                    flagged_[l] = false;
+                }
         } else if (keyword(line, "DeleteUSBConfigFile")) {
             interval_ = 0;
             usb_conf_deleted_ = true;
@@ -668,32 +684,49 @@ void Checks::finish(double at)
 {
     end_ = at;
     double span = std::max(at, 1.0);
-    double window = span >= 2 * kDay ? kDay : span / 4;
+    // A day's maximum holds every state the agent passes through daily (a command list
+    // open while its documents are fetched, a transfer thread). A window of minutes may
+    // miss such a state, so shorter runs compare the windows' least counts instead: a
+    // leak raises those too.
+    bool days = span >= 2 * kDay;
+    double window = days ? kDay : span / 4;
     for (auto [from, to] : {std::pair{0.0, window}, std::pair{span - window, span}}) {
-        Window w{from, to, {true, 0, 0, 0, 0}};
-        for (const auto& [t, s] : samples_)
-            if (t >= from && t <= to && s.alive) {
-                w.max.rss_kb = std::max(w.max.rss_kb, s.rss_kb);
-                w.max.descriptors = std::max(w.max.descriptors, s.descriptors);
-                w.max.threads = std::max(w.max.threads, s.threads);
-                w.max.children = std::max(w.max.children, s.children);
-            }
+        Window w{from, to, {true, 0, 0, 0, 0}, {true, 0, 0, 0, 0}};
+        bool first = true;
+        for (const auto& [t, s] : samples_) {
+            if (t < from || t > to || !s.alive) continue;
+            w.max.rss_kb = std::max(w.max.rss_kb, s.rss_kb);
+            w.max.descriptors = std::max(w.max.descriptors, s.descriptors);
+            w.max.threads = std::max(w.max.threads, s.threads);
+            w.max.children = std::max(w.max.children, s.children);
+            w.min = first ? s : w.min;
+            w.min.descriptors = std::min(w.min.descriptors, s.descriptors);
+            w.min.threads = std::min(w.min.threads, s.threads);
+            w.min.children = std::min(w.min.children, s.children);
+            first = false;
+        }
         windows_.push_back(w);
     }
-    const Sample& first = windows_[0].max;
-    const Sample& last = windows_[1].max;
-    long memory_limit = std::max(static_cast<long>(first.rss_kb * (1 + kMemoryTolerance)), first.rss_kb + kMemorySlackKb);
-    check(kFootprint, last.rss_kb <= memory_limit, at,
-          "resident memory " + std::to_string(last.rss_kb) + " kB at most in the last window, " +
-              std::to_string(first.rss_kb) + " kB in the first");
+    const Sample& first = days ? windows_[0].max : windows_[0].min;
+    const Sample& last = days ? windows_[1].max : windows_[1].min;
+    long first_rss = windows_[0].max.rss_kb, last_rss = windows_[1].max.rss_kb;
+    long memory_limit = std::max(static_cast<long>(static_cast<double>(first_rss) * (1 + kMemoryTolerance)),
+                                 first_rss + kMemorySlackKb);
+    if (judge_memory_)
+        check(kFootprint, last_rss <= memory_limit, at,
+              "resident memory " + std::to_string(last_rss) + " kB at most in the last window, " +
+                  std::to_string(first_rss) + " kB in the first");
+    else
+        suspend(kFootprint);
+    const std::string how = days ? " at most" : " at least";
     check(kFootprint, last.descriptors <= first.descriptors, at,
-          "descriptors " + std::to_string(last.descriptors) + " in the last window, " +
+          "descriptors" + how + " " + std::to_string(last.descriptors) + " in the last window, " +
               std::to_string(first.descriptors) + " in the first");
     check(kFootprint, last.threads <= first.threads, at,
-          "threads " + std::to_string(last.threads) + " in the last window, " + std::to_string(first.threads) +
-              " in the first");
+          "threads" + how + " " + std::to_string(last.threads) + " in the last window, " +
+              std::to_string(first.threads) + " in the first");
     check(kFootprint, last.children <= first.children, at,
-          "lingering child processes " + std::to_string(last.children) + " in the last window, " +
+          "lingering child processes" + how + " " + std::to_string(last.children) + " in the last window, " +
               std::to_string(first.children) + " in the first");
 }
 

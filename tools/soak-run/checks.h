@@ -26,8 +26,9 @@
 namespace soak {
 
 struct Violation {
-    double at;  // device second
+    double at;          // device second
     std::string what;
+    std::string local;  // the device's wall clock then
 };
 
 struct Invariant {
@@ -86,6 +87,9 @@ public:
     void scan(double at, const Disk& disk);
     void sample(double at, const Sample& s);
     void finish(double at);
+    // AddressSanitizer keeps freed memory in quarantine (up to 256 MB), so an agent built
+    // with it grows by design: its resident memory is then shown but not judged.
+    void judge_memory(bool judged) { judge_memory_ = judged; }
 
     const std::vector<Invariant>& invariants() const { return invariants_; }
     long violations() const;
@@ -102,7 +106,7 @@ public:
     // The first and last windows' maxima of the footprint, for the report.
     struct Window {
         double from, to;
-        Sample max;
+        Sample max, min;
     };
     const std::vector<Window>& windows() const { return windows_; }
 
@@ -175,6 +179,7 @@ private:
     std::vector<std::pair<double, Sample>> samples_;
     std::vector<Window> windows_;
     double end_ = 0;
+    bool judge_memory_ = true;
 };
 
 }  // namespace soak

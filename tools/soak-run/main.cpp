@@ -25,7 +25,7 @@
 namespace soak {
 namespace {
 
-constexpr const char* kUsage = R"(usage: soak-run [--days N | --hours N] [--seed N] [--speed N]
+constexpr const char* kUsage = R"(usage: soak-run [--days N | --hours N] [--seed N] [--speed N] [--calm]
                 [--start "YYYY-MM-DD hh:mm:ss"] [--out DIR] [--build TEXT]
 
 Runs one device in this sandbox (tools/soak starts it there): the built signage-agent
@@ -37,6 +37,10 @@ time, so a week crosses the change to summer time). A fault schedule drawn from 
 command lists of every form, USB sticks, call now, power cuts and the reboots upgrades
 ask for, clock steps and a full media disk. Invariants are checked throughout.
 
+--calm plays no fault: a new content document every 20 to 40 device minutes, each
+with a switch every ten minutes for an hour, the display always on and a call home
+every two minutes; it measures how faithful the device-time figures stay at a speed.
+
 Writes DIR/report.txt (also printed), DIR/soak.svg, DIR/plan.txt and the peers' logs
 (default DIR: ./soak). Exit status 0 with no violation, 1 with any, 2 for a wrong
 command line.
@@ -44,7 +48,7 @@ command line.
 
 constexpr const char* kTz = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr const char* kRules = "/tmp/harness/rules";
-constexpr double kScanEvery = 10, kSampleEvery = 30, kProgressEvery = 6 * 3600;
+constexpr double kScanEvery = 10, kSampleEvery = 10, kProgressEvery = 6 * 3600;
 
 struct Options {
     double seconds = 7 * 86400;
@@ -54,6 +58,7 @@ struct Options {
     std::string start = "2026-03-25 06:00:00";
     std::string out = "soak";
     std::string build = "?";
+    bool calm = false;
 };
 
 [[noreturn]] void usage_error(const std::string& why)
@@ -96,6 +101,8 @@ Options parse_options(int argc, char** argv)
             o.out = value();
         } else if (a == "--build") {
             o.build = value();
+        } else if (a == "--calm") {
+            o.calm = true;
         } else {
             usage_error("unknown argument " + a);
         }
@@ -169,7 +176,7 @@ std::vector<Process> processes()
 
 class Soak {
 public:
-    explicit Soak(Options o) : o_(std::move(o)), world_(o_.seed * 1000003 + 1), checks_(world_)
+    explicit Soak(Options o) : o_(std::move(o)), world_(o_.seed * 1000003 + 1, o_.calm), checks_(world_)
     {
         run_.days_asked = o_.days;
         run_.seed = o_.seed;
@@ -486,17 +493,21 @@ int Soak::run()
     tm.tm_isdst = -1;
     run_.start_epoch = std::mktime(&tm);
 
-    Plan plan = make_plan(o_.seed, o_.seconds);
+    Plan plan = o_.calm ? make_calm_plan(o_.seed, o_.seconds) : make_plan(o_.seed, o_.seconds);
+    int interval = o_.calm ? 120 : 600;
     world_.publish_config(0, false);
     world_.publish_content(0, run_.start_epoch, false);
-    world_.publish_list(0, ListForm::AddressAndInterval, 600);
+    world_.publish_list(0, ListForm::AddressAndInterval, interval);
     auto wall_start = std::chrono::steady_clock::now();
     device_.emplace(DeviceStart{.clock = o_.start,
                                 .tz = kTz,
                                 .speed = o_.speed,
                                 .files = {{"/mnt/hd3/USB.CONF", std::string("CallHomeAddress,") + kServer +
-                                                                    "\r\nCallHomeInterval,600\r\n"}},
+                                                                    "\r\nCallHomeInterval," +
+                                                                    std::to_string(interval) + "\r\n"}},
                                 .server = {"--rules", kRules}});
+    checks_.judge_memory(read_file("/proc/" + std::to_string(device_->agent_pid()) + "/maps").find("libasan") ==
+                         std::string::npos);
     checks_.clock_set(0, device_->clock(0));
     checks_.rebooted(0, disk(true));
     std::printf("soak: %d device s at %d times real speed, seed %llu, %zu planned steps\n",
@@ -555,6 +566,7 @@ int Soak::run()
                 << (s.target.empty() ? "" : " " + s.target) << (s.fault.empty() ? "" : " " + s.fault)
                 << (s.until > s.at ? " until " + std::to_string(static_cast<long>(s.until)) : "")
                 << (s.number ? " " + std::to_string(s.number) : "") << "\n";
+    world_.save(o_.out + "/served");
     for (const char* log : {CmsSim::kLog, PlayerSim::kLog, "/tmp/agent.out"})
         std::filesystem::copy_file(log, o_.out + "/" + std::filesystem::path(log).filename().string(),
                                    std::filesystem::copy_options::overwrite_existing);

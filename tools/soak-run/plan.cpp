@@ -108,6 +108,13 @@ public:
         plan_.push_back(s);
     }
 
+    Plan calm()
+    {
+        for (double at = uniform(20, 40) * 60; at < seconds_ - 600; at += uniform(20, 40) * 60)
+            plan_.push_back({at, Kind::NewContent, at, 0, ListForm::AddressAndInterval, "", ""});
+        return plan_;
+    }
+
     Plan make()
     {
         // Ten quiet minutes for the first boot; nothing starts in the last ten.
@@ -157,5 +164,6 @@ const char* kind_name(Kind kind)
 }
 
 Plan make_plan(std::uint64_t seed, double seconds) { return Planner(seed, seconds).make(); }
+Plan make_calm_plan(std::uint64_t seed, double seconds) { return Planner(seed, seconds).calm(); }
 
 }  // namespace soak

@@ -45,5 +45,8 @@ struct Step {
 using Plan = std::vector<Step>;
 
 Plan make_plan(std::uint64_t seed, double seconds);
+// No faults: a new content document every 20 to 40 device minutes, for measuring how
+// faithful the device's figures stay at a speed.
+Plan make_calm_plan(std::uint64_t seed, double seconds);
 
 }  // namespace soak

@@ -92,7 +92,8 @@ std::string report_text(const Run& run, const Checks& checks)
         line("Violations");
         for (const Invariant& inv : checks.invariants())
             for (const Violation& v : inv.violations) {
-                line("- " + when(v.at) + " (device second " + format("%.0f", v.at) + "), " + inv.name + ": " + v.what);
+                line("- " + when(v.at) + " (device second " + format("%.0f", v.at) + ", on the device's clock " +
+                     v.local + "), " + inv.name + ": " + v.what);
                 line("  the logs around it (device seconds):");
                 int shown = 0;
                 for (const LogLine& l : run.logs)
@@ -134,15 +135,16 @@ std::string report_text(const Run& run, const Checks& checks)
     line(format("  media transfers cut short with no fault of the server's: %d", checks.failed_transfers()));
     line("");
 
-    line("Footprint of the agent (maximum over each window)");
+    line("Footprint of the agent (least and most over each window)");
     const char* names[] = {"first", "last"};
     for (std::size_t i = 0; i < checks.windows().size(); ++i) {
         const auto& w = checks.windows()[i];
-        char text[200];
+        char text[300];
         std::snprintf(text, sizeof text,
-                      "  %-5s %s .. %s: resident memory %ld kB, descriptors %d, threads %d, child processes %d",
-                      names[i], when(w.from).c_str(), when(w.to).c_str(), w.max.rss_kb, w.max.descriptors,
-                      w.max.threads, w.max.children);
+                      "  %-5s %s .. %s: resident memory %ld kB at most; descriptors %d to %d, threads %d to %d, "
+                      "lingering child processes %d to %d",
+                      names[i], when(w.from).c_str(), when(w.to).c_str(), w.max.rss_kb, w.min.descriptors,
+                      w.max.descriptors, w.min.threads, w.max.threads, w.min.children, w.max.children);
         line(text);
     }
     long rss_min = 0, rss_max = 0;

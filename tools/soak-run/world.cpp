@@ -85,7 +85,7 @@ const char* list_form_name(ListForm form)
     return "?";
 }
 
-World::World(std::uint64_t seed) : rng_(seed)
+World::World(std::uint64_t seed, bool calm) : rng_(seed), calm_(calm)
 {
     std::filesystem::create_directories(kServerRoot);
     std::filesystem::create_directories(kHarnessDir);
@@ -180,7 +180,14 @@ void World::publish_content(double at, std::time_t now, bool corrupt)
     // period around now, and single stretches in the coming hours.
     doc += "  <schedule default_pindex=\"0\" default_lindex=\"-1\">\n";
     std::time_t day = now - now % 86400;
-    for (int items = pick(2, 5); items > 0; --items) {
+    // Calm: a few minutes of one playlist or another every ten minutes, for an hour.
+    for (int n = 0; calm_ && n < 6; ++n) {
+        std::time_t from = now + (10 * n + pick(3, 6)) * 60;
+        from -= from % 60;
+        doc += "    <sched_item pindex=\"" + std::to_string(pick(1, playlists - 1)) + "\" lindex=\"-1\" start=\"" +
+               stamp(from) + "\" end=\"" + stamp(from + pick(2, 4) * 60) + "\"/>\n";
+    }
+    for (int items = calm_ ? 0 : pick(2, 5); items > 0; --items) {
         int pindex = pick(1, playlists - 1);
         int lindex = layouts > 0 && pick(0, 2) == 0 ? pick(0, layouts - 1) : -1;
         std::string head = "    <sched_item pindex=\"" + std::to_string(pindex) + "\" lindex=\"" +
@@ -215,15 +222,15 @@ void World::publish_config(double at, bool corrupt)
     std::string id = "soak-config-" + std::to_string(k);
     std::string doc = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<configuration id=\"" + id + "\">\n";
     // The player's own time server, now and then another: set, stored, and a reboot.
-    doc += std::string("  <pri_ts server=\"") + (pick(0, 5) == 0 ? "ntp.soak.example" : "pool.ntp.org") + "\"/>\n";
+    doc += std::string("  <pri_ts server=\"") + (!calm_ && pick(0, 5) == 0 ? "ntp.soak.example" : "pool.ntp.org") + "\"/>\n";
     doc += "  <timezone tz=\"" + std::to_string(pick(0, 3)) + "\"/>\n";
     // Logging switched on is a reboot too, and a log upload every few hours.
-    if (pick(0, 5) == 0)
+    if (!calm_ && pick(0, 5) == 0)
         doc += "  <logging enable=\"true\" server=\"ftp://logs.soak.example\" interval=\"" + std::to_string(pick(1, 6)) +
                "\" auto_offset=\"true\"/>\n";
     else
         doc += "  <logging enable=\"false\"/>\n";
-    if (pick(0, 3) > 0) {
+    if (!calm_ && pick(0, 3) > 0) {
         doc += "  <auto_on_off enable=\"true\">\n";
         for (const char* d : kDays) {
             int on = pick(4 * 60, 8 * 60), off = pick(20 * 60, 23 * 60 + 50);
@@ -318,6 +325,16 @@ const Served* World::served(const std::string& path, long long bytes, double at)
         if (v->at < at - 10) return nullptr;  // the version then in force, not sent whole
     }
     return nullptr;
+}
+
+void World::save(const std::string& dir) const
+{
+    std::filesystem::create_directories(dir);
+    for (const auto& [path, versions] : served_)
+        for (const Served& v : versions)
+            std::ofstream(dir + "/" + std::to_string(static_cast<long>(v.at)) + "-" +
+                          std::filesystem::path(path).filename().string(), std::ios::binary)
+                << v.bytes;
 }
 
 const Served* World::latest(const std::string& path) const

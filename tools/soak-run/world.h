@@ -68,7 +68,9 @@ const char* list_form_name(ListForm form);
 
 class World {
 public:
-    explicit World(std::uint64_t seed);
+    // `calm`: for measuring the clock's speed, documents that keep the display on and
+    // schedule a switch every few minutes.
+    explicit World(std::uint64_t seed, bool calm = false);
 
     // A new content document (id and media of its own, some media of the last one,
     // schedule items around `now`) or a corrupt one (cut short: the parser refuses it);
@@ -99,6 +101,9 @@ public:
     // name: the folder is on the sandbox's small /tmp.
     void prune_server_media();
 
+    // Every version handed out, as files "<device second>-<name>" in `dir`.
+    void save(const std::string& dir) const;
+
     // The agent's parsers on a document's bytes (for the saved copies on the disk too).
     static std::shared_ptr<DRAVIK_CONTENT> parse_content(const std::string& bytes);
     static std::shared_ptr<DRAVIK_CONFIGURATION_CH> parse_config(const std::string& bytes);
@@ -109,6 +114,7 @@ private:
     int pick(int low, int high);  // uniformly, both ends included
 
     std::mt19937_64 rng_;
+    bool calm_;
     int content_count_ = 0, config_count_ = 0, media_count_ = 0, list_count_ = 0;
     std::string content_id_, config_id_;
     std::string address_ = kServer;
