@@ -133,8 +133,8 @@ Checks::Checks(const World& world) : world_(world)
         "the agent's maximum resident memory over the last device day is within 5 % (at least 256 kB) of the "
         "first day's (not judged on a build with AddressSanitizer, whose quarantine of freed memory grows by "
         "design); its descriptors (open in two looks a millisecond apart), threads and lingering children "
-        "(still running after 2 device minutes) at most the first day's; runs under two days compare their "
-        "first and last quarters, by the least counts of each");
+        "(still running after 2 device minutes) at most the first day's; runs under two days hold the last "
+        "quarter's least counts to the first quarter's most");
     add("agent running", "the agent runs the whole time, except across the reboots the soak plays");
 }
 
@@ -686,8 +686,8 @@ void Checks::finish(double at)
     double span = std::max(at, 1.0);
     // A day's maximum holds every state the agent passes through daily (a command list
     // open while its documents are fetched, a transfer thread). A window of minutes may
-    // miss such a state, so shorter runs compare the windows' least counts instead: a
-    // leak raises those too.
+    // miss such a state, so shorter runs hold the last window's least counts to the first
+    // window's most: a leak raises the least counts too.
     bool days = span >= 2 * kDay;
     double window = days ? kDay : span / 4;
     for (auto [from, to] : {std::pair{0.0, window}, std::pair{span - window, span}}) {
@@ -707,7 +707,7 @@ void Checks::finish(double at)
         }
         windows_.push_back(w);
     }
-    const Sample& first = days ? windows_[0].max : windows_[0].min;
+    const Sample& first = windows_[0].max;
     const Sample& last = days ? windows_[1].max : windows_[1].min;
     long first_rss = windows_[0].max.rss_kb, last_rss = windows_[1].max.rss_kb;
     long memory_limit = std::max(static_cast<long>(static_cast<double>(first_rss) * (1 + kMemoryTolerance)),
@@ -718,7 +718,7 @@ void Checks::finish(double at)
                   std::to_string(first_rss) + " kB in the first");
     else
         suspend(kFootprint);
-    const std::string how = days ? " at most" : " at least";
+    const std::string how = days ? " at most" : " at least";  // as compared
     check(kFootprint, last.descriptors <= first.descriptors, at,
           "descriptors" + how + " " + std::to_string(last.descriptors) + " in the last window, " +
               std::to_string(first.descriptors) + " in the first");
