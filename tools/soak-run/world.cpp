@@ -187,7 +187,7 @@ void World::publish_content(double at, std::time_t now, bool corrupt)
         doc += "    <sched_item pindex=\"" + std::to_string(pick(1, playlists - 1)) + "\" lindex=\"-1\" start=\"" +
                stamp(from) + "\" end=\"" + stamp(from + pick(2, 4) * 60) + "\"/>\n";
     }
-    for (int items = calm_ ? 0 : pick(2, 5); items > 0; --items) {
+    for (int items = calm_ ? 0 : pick(3, 6); items > 0; --items) {
         int pindex = pick(1, playlists - 1);
         int lindex = layouts > 0 && pick(0, 2) == 0 ? pick(0, layouts - 1) : -1;
         std::string head = "    <sched_item pindex=\"" + std::to_string(pindex) + "\" lindex=\"" +
@@ -201,9 +201,10 @@ void World::publish_content(double at, std::time_t now, bool corrupt)
                        "\"/>\n      <day_item day=\"" + d + "\" mode=\"off\" time=\"" + clock_time(off) + "\"/>\n";
             doc += "    </sched_item>\n";
         } else {
-            std::time_t from = now + pick(10, 20 * 60) * 60;
+            // A stretch in the coming hours, most likely before the next document.
+            std::time_t from = now + pick(10, 5 * 60) * 60;
             from -= from % 60;
-            doc += head + "start=\"" + stamp(from) + "\" end=\"" + stamp(from + pick(15, 240) * 60) + "\"/>\n";
+            doc += head + "start=\"" + stamp(from) + "\" end=\"" + stamp(from + pick(15, 120) * 60) + "\"/>\n";
         }
     }
     doc += "  </schedule>\n  <servers><server_item id=\"0\" addr=\"$DCMSERVER$/media/$FILE$\"/></servers>\n" +
