@@ -576,7 +576,6 @@ void Checks::rebooted(double at, const Disk& disk)
     if (at > 0 && !usb_conf_deleted_ && !address_.empty())
         check(kUsbConf, disk.usb_conf.find("CallHomeAddress," + address_) != std::string::npos, at,
               "at the boot USB.CONF holds \"" + disk.usb_conf + "\", not the server in force " + address_);
-    booted_at_ = at;
     timer_alive_ = true;
     content_ = disk.saved_content.empty() ? nullptr : World::parse_content(disk.saved_content);
     config_ = disk.saved_config.empty() ? nullptr : World::parse_config(disk.saved_config);
@@ -682,7 +681,6 @@ void Checks::sample(double at, const Sample& s)
 
 void Checks::finish(double at)
 {
-    end_ = at;
     double span = std::max(at, 1.0);
     // A day's maximum holds every state the agent passes through daily (a command list
     // open while its documents are fetched, a transfer thread). A window of minutes may

@@ -140,7 +140,6 @@ private:
     std::vector<Invariant> invariants_;
     std::vector<std::pair<double, std::time_t>> clock_;  // device second -> epoch set then
     bool timer_alive_ = true;
-    double booted_at_ = 0;
     Disk disk_;
     std::map<std::string, std::pair<double, bool>> stray_;  // temporary file -> since, flagged
 
@@ -178,7 +177,6 @@ private:
 
     std::vector<std::pair<double, Sample>> samples_;
     std::vector<Window> windows_;
-    double end_ = 0;
     bool judge_memory_ = true;
 };
 

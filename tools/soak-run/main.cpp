@@ -214,6 +214,7 @@ private:
     double upgrade_end_ = -1e9;
     std::string shown_[2];
     bool reboot_wanted_ = false;
+    std::size_t shown_violations_ = 0;
 };
 
 std::string Soak::loadavg()
@@ -427,11 +428,13 @@ void Soak::reboot(double now, const std::string& cause)
     ++run_.reboots[cause];
     reboot_wanted_ = false;
     read_logs();  // what the old agent and player-sim wrote, before the boot
-    checks_.rebooted(now, disk(true));
     for (int l = 0; l < 2; ++l) {
         shown_[l].clear();
         run_.shown.push_back({now, l, ""});
     }
+    // The boot counts from the new agent's start: bringing the device down and up takes
+    // some real time, many device seconds at speed.
+    checks_.rebooted(device_->now(), disk(true));
 }
 
 void Soak::read_logs()
@@ -532,6 +535,15 @@ int Soak::run()
             if (!s.alive) reboot(now, "the agent ended by itself");
             next_sample = now + kSampleEvery;
         }
+        // Violations as they are found, so that a long run can be looked into at once.
+        for (std::size_t i = 0, n = 0; i < checks_.invariants().size(); ++i)
+            for (const Violation& v : checks_.invariants()[i].violations)
+                if (n++ >= shown_violations_) {
+                    std::printf("soak: violation at device second %.0f (%s): %s: %s\n", v.at, v.local.c_str(),
+                                checks_.invariants()[i].name.c_str(), v.what.c_str());
+                    std::fflush(stdout);
+                    ++shown_violations_;
+                }
         if (now >= next_progress) {
             std::printf("soak: device day %.2f, %ld violation(s) so far\n", now / 86400, checks_.violations());
             std::fflush(stdout);
