@@ -16,12 +16,12 @@
 #include <thread>
 
 #include "actions/config.h"
+#include "agent/agent.h"
 #include "content/current_item.h"
-#include "content/player_state.h"
-#include "core/agent.h"
 #include "core/timer.h"
 #include "counting.h"
 #include "download/download.h"
+#include "schedule/player_state.h"
 #include "storage/pelk_file.h"
 #include "xml/dravikAPI.h"
 

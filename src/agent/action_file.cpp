@@ -1,4 +1,4 @@
-#include "core/action_file.h"
+#include "agent/action_file.h"
 
 #include <cstdio>
 #include <cstring>
@@ -7,9 +7,9 @@
 #include "actions/config.h"
 #include "actions/media_delete.h"
 #include "actions/version.h"
+#include "agent/reboot.h"
 #include "content/current_item.h"
 #include "core/file.h"
-#include "core/reboot.h"
 #include "core/seam.h"
 #include "core/text.h"
 #include "core/timer.h"

@@ -1,4 +1,4 @@
-#include "core/agent.h"
+#include "agent/agent.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -10,16 +10,16 @@
 
 #include "actions/config.h"
 #include "actions/version.h"
+#include "agent/action_file.h"
+#include "agent/reboot.h"
 #include "content/current_item.h"
-#include "content/player_state.h"
 #include "content/status.h"
-#include "core/action_file.h"
-#include "core/reboot.h"
 #include "core/seam.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "download/download.h"
 #include "download/wget.h"
+#include "schedule/player_state.h"
 #include "storage/cleanup.h"
 #include "xml/dravikAPI.h"
 

@@ -1,6 +1,6 @@
 #include <cstdio>
 
-#include "core/agent.h"
+#include "agent/agent.h"
 
 int main()
 {

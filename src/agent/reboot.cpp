@@ -1,4 +1,4 @@
-#include "core/reboot.h"
+#include "agent/reboot.h"
 
 #include "core/seam.h"
 #include "core/usb_xapp.h"

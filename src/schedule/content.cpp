@@ -1,4 +1,4 @@
-#include "content/content.h"
+#include "schedule/content.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "content/player_state.h"
+#include "schedule/player_state.h"
 
 PLAYER_STATE gPlayerState;
 

@@ -1,7 +1,7 @@
 // The USB configuration file and the server's command list, read from real files, with
 // every subsystem they call the real one: deletions on the sandbox's media partition,
 // /mnt/hd3/USB.CONF through its mount stand-in, player-sim as the player.
-#include "core/action_file.h"
+#include "agent/action_file.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,7 +1,7 @@
 // Passes of the main loop, with the subsystems it calls replaced by recording fakes and
 // the real timer, control channel and message queues. The notifications it takes are
 // tested against player-sim in agent_player_sim_test.
-#include "core/agent.h"
+#include "agent/agent.h"
 
 #include <cstring>
 #include <gmock/gmock.h>
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "actions/config.h"
-#include "core/agent_fakes.h"
+#include "agent/agent_fakes.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "support/fake_platform.h"

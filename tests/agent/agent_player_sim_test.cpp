@@ -11,9 +11,9 @@
 #include <thread>
 
 #include "actions/config.h"
-#include "core/action_file.h"
-#include "core/agent.h"
-#include "core/agent_fakes.h"
+#include "agent/action_file.h"
+#include "agent/agent.h"
+#include "agent/agent_fakes.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "support/fake_platform.h"

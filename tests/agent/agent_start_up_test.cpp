@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include "actions/config.h"
+#include "agent/agent.h"
 #include "content/current_item.h"
-#include "core/agent.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "support/fake_platform.h"

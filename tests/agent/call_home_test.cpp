@@ -13,8 +13,8 @@
 
 #include "actions/config.h"
 #include "actions/version.h"
+#include "agent/agent.h"
 #include "content/current_item.h"
-#include "core/agent.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "support/cms_sim.h"

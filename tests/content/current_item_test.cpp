@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "actions/config.h"
-#include "content/player_state.h"
-#include "core/agent.h"
+#include "agent/agent.h"
 #include "core/seam.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "download/download.h"
+#include "schedule/player_state.h"
 #include "support/cms_sim.h"
 #include "support/fake_platform.h"
 #include "support/player_sim.h"

@@ -1,5 +1,5 @@
 // The control channel over the sandbox's real message queues, with the test playing
-// the bridge and the player. (Against player-sim: tests/core/agent_player_sim_test.)
+// the bridge and the player. (Against player-sim: tests/agent/agent_player_sim_test.)
 #include "core/usb_xapp.h"
 
 #include <cstring>

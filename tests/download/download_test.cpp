@@ -15,10 +15,10 @@
 #include <thread>
 #include <vector>
 
-#include "content/player_state.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "download/wget.h"
+#include "schedule/player_state.h"
 #include "storage/cleanup.h"
 #include "storage/pelk_file.h"
 #include "support/cms_sim.h"

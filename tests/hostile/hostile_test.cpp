@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "actions/version.h"
-#include "core/action_file.h"
+#include "agent/action_file.h"
 #include "core/text.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"

@@ -1,6 +1,6 @@
 // Schedule evaluation on records built here, at moments set on the seam's clock, in
 // time zones set through TZ (POSIX rules, so no zone files are needed).
-#include "content/content.h"
+#include "schedule/content.h"
 
 #include <cstdio>
 #include <cstdlib>

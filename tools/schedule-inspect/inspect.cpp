@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "content/content.h"
 #include "core/seam.h"
 #include "core/text.h"
+#include "schedule/content.h"
 
 namespace inspect {
 namespace {
