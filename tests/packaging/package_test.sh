@@ -44,6 +44,9 @@ expected=(
   ./usr/lib/systemd/system/signage-agent.service
   ./usr/sbin/signage-agent
   ./usr/share/doc/signage-agent/README.md
+  ./usr/share/doc/signage-agent/docs/behaviour.md
+  ./usr/share/doc/signage-agent/docs/how-it-works.md
+  ./usr/share/doc/signage-agent/docs/testing.md
 )
 if [ "$host_build" = ON ]; then
   expected+=(./usr/bin/cms-sim ./usr/bin/player-sim ./usr/bin/schedule-inspect
