@@ -81,8 +81,13 @@ void delete_file(char* line)
     // nothing.
     const char* p = line + (length > 11 ? 11 : length);
     while (*p == ' ') ++p;
+    // Blanks and tabs after the name (a hand-edited USB.CONF often has them) are not
+    // part of it, as the shell's word splitting never let them be; blanks inside the
+    // name stay.
+    std::string_view name_text(p, std::strcspn(p, "\r\n"));
+    name_text = name_text.substr(0, name_text.find_last_not_of(" \t") + 1);
     char file[512];
-    copy_text(file, std::string_view(p, std::strcspn(p, "\r\n")));
+    copy_text(file, name_text);
     if (climbs_out(file)) {
         std::printf("DeleteFile: %s would reach outside its media folder, nothing deleted\n", file);
         return;

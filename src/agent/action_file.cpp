@@ -186,6 +186,10 @@ int parse_action_file(const char* filename)
     unlink(kStoredFile);
 
     bool address_seen = false, interval_seen = false, stored_written = false;
+    // A server names itself in every list, so that USB.CONF keeps its address; only an
+    // address other than this one is a new server, to be called soon.
+    char address_before[sizeof call_home_address];
+    copy_text(address_before, text_of(call_home_address));
     int upgrade_ret = 0;
     char line[kLineBound];
     // Whatever stops the call-home countdown (DeleteUSBConfigFile, an upgrade) clears
@@ -214,7 +218,9 @@ int parse_action_file(const char* filename)
             apply_interval(value);
             start_timer();
             append_stored(line);
-            interval_seen = stored_written = true;
+            // Kept in USB.CONF only beside an address: a list of an interval alone must
+            // not leave the stored settings without the server to call after a reboot.
+            interval_seen = true;
             break;
         }
         case Action::DeleteUSBConfigFile:
@@ -232,16 +238,17 @@ int parse_action_file(const char* filename)
         }
     }
 
-    // A list that sets the address or the interval replaces the whole USB.CONF with
-    // just those lines.
-    if (stored_written) {
-        keep_stored_settings();
-        unlink(kStoredFile);
-    }
+    // A list that names the server replaces the whole USB.CONF with its call-home lines.
+    if (stored_written) keep_stored_settings();
+    unlink(kStoredFile);
     if (address_seen) {
         if (!interval_seen) call_home_interval = 86400;
-        MutexLock lock(timerMutex);
-        call_home_timer = 5;  // the first call to the new server
+        // Only a new server is called five seconds later; the server in use is called
+        // again at the interval (the call home re-arms the countdown from it).
+        if (std::strcmp(address_before, call_home_address) != 0) {
+            MutexLock lock(timerMutex);
+            call_home_timer = 5;
+        }
     }
     follow_upgrade_result(upgrade_ret);
     return 1;

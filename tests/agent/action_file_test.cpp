@@ -141,12 +141,17 @@ TEST_F(ActionFile, CommandListLines)
         const char* usb_conf;  // what /mnt/hd3/USB.CONF holds after; nullptr: gone
         Texts media;
     } cases[] = {
-        {"a short interval", "CallHomeInterval,30\n", 1, "http://old.example", 60, 60,
-         "CallHomeInterval,30\n", {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
-        {"no more calls home", "callhomeinterval,0 \r\n", 1, "http://old.example", 0, 0,
-         "callhomeinterval,0\n", {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
+        // An interval alone changes the interval in force; USB.CONF keeps its server.
+        {"a short interval", "CallHomeInterval,30\n", 1, "http://old.example", 60, 60, kOldConf,
+         {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
+        {"no more calls home", "callhomeinterval,0 \r\n", 1, "http://old.example", 0, 0, kOldConf,
+         {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
         {"a new server alone: daily, and the first call in 5 s", "CallHomeAddress,http://new.example  \r\n",
          1, "http://new.example", 86400, 5, "CallHomeAddress,http://new.example\n",
+         {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
+        // The server in use is called again at the interval, not in 5 s.
+        {"the server in use names itself", "CallHomeInterval,600\nCallHomeAddress,http://old.example\n", 1,
+         "http://old.example", 600, 600, "CallHomeInterval,600\nCallHomeAddress,http://old.example\n",
          {"video/clip.mpg", "video/other.ts", "picture/keep.jpg"}},
         {"keywords in the first column only, as prefixes",
          "  CallHomeAddress,http://x.example\n\tDeleteFile,keep.jpg\nDeleteVideoMediaXYZ\n", 1,

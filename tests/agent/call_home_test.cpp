@@ -120,27 +120,6 @@ TEST_F(CallHome, MainLoopFetchesTheCommandListAndFollowsIt)
         EXPECT_EQ(initiate_call_home, 0);
         EXPECT_EQ(call_home_timer, 900);  // re-armed from the interval, a failed fetch too
     }
-
-    // A list that names a new server and no interval: daily calls, the first to the new
-    // server when the timer has counted 5 s down.
-    SetUp();
-    CmsSim::put("/command.txt", "CallHomeAddress,http://127.0.0.1:8080/next\n");
-    CmsSim::put("/next/command.txt", "ConfigID,cfg-2\n");
-    CmsSim::put("/next/config.xml", kTimeZoneOnly);
-    initiate_call_home = 1;
-    agent_main_loop_pass();
-    EXPECT_EQ(served(), Texts{"/command.txt 200"});
-    EXPECT_EQ(call_home_interval, 86400u);
-    EXPECT_EQ(call_home_timer, 5);
-    EXPECT_EQ(sandbox::read_file("/mnt/hd3/USB.CONF"), "CallHomeAddress,http://127.0.0.1:8080/next\n");
-    lastTOD = static_cast<unsigned>(get_tod_in_sec());
-    platform.advance(5);
-    ASSERT_TRUE(timer_tick());
-    ASSERT_EQ(initiate_call_home, 1);
-    agent_main_loop_pass();
-    EXPECT_EQ(served(), (Texts{"/next/command.txt 200", "/next/config.xml 200"}));
-    EXPECT_STREQ(currentCHConfig.id, "cfg-2");
-    EXPECT_EQ(call_home_timer, 86400);
 }
 
 // The documents behind a ConfigID or CheckVersion line, fetched from cms-sim. A

@@ -204,6 +204,53 @@ TEST(Scenario, CallNow)
     EXPECT_EQ(sandbox::read_file("/mnt/hd3/USB.CONF"), usb_conf(kServer, 3600));
 }
 
+// Servers name themselves in every list, so that USB.CONF keeps them: the server in use
+// is called once an interval however often it repeats its address. A list naming another
+// server has that one called within seconds; a list naming its own server without an
+// interval makes the calls daily.
+TEST(Scenario, CommandListsNamingAServer)
+{
+    const std::string next = "CallHomeAddress," + kServer + "/next\r\n";
+    Device device({.files = {{"/mnt/hd3/USB.CONF", usb_conf(kServer, 3600)},
+                             {"/tmp/cms/command.txt", usb_conf(kServer, 60)},
+                             {"/tmp/cms/next/command.txt", next}}});
+    ASSERT_TRUE(device.wait_until(300, called_home(device, 4)));
+    auto calls = device.requests("GET /command.txt");
+    for (std::size_t i = 1; i < calls.size(); ++i) EXPECT_THAT(calls[i].at - calls[i - 1].at, AllOf(Ge(55), Le(70)));
+    EXPECT_EQ(sandbox::read_file("/mnt/hd3/USB.CONF"), "CallHomeAddress," + kServer + "\nCallHomeInterval,60\n");
+
+    Device::put("/tmp/cms/command.txt", next);
+    ASSERT_TRUE(device.wait_until(device.now() + 120, [&] { return !device.requests("GET /next/").empty(); }));
+    double moved = device.requests("GET /next/command.txt")[0].at;
+    EXPECT_LE(moved - device.requests("GET /command.txt").back().at, 10);
+    device.wait_until(moved + 200);
+    EXPECT_THAT(device.requests("GET /next/command.txt"), SizeIs(1));
+    EXPECT_EQ(sandbox::read_file("/mnt/hd3/USB.CONF"), "CallHomeAddress," + kServer + "/next\n");
+}
+
+// A list of an interval alone changes how often the device calls and leaves USB.CONF as
+// it was, so the device still knows its server after a restart. The file's DeleteFile
+// line, its name followed by blanks as hand-edited files have it, removes the file.
+TEST(Scenario, IntervalOnlyListThenRestart)
+{
+    const std::string conf = usb_conf(kServer, 3600) + "DeleteFile,old-menu.jpg \t\r\n";
+    Device device({.files = {{"/mnt/hd3/USB.CONF", conf},
+                             {"/mnt/hd4/picture/old-menu.jpg", "a picture"},
+                             {"/mnt/hd4/picture/menu.jpg", "a picture"},
+                             {"/tmp/cms/command.txt", "CallHomeInterval,120\r\n"}}});
+    ASSERT_TRUE(device.wait_until(300, called_home(device, 2)));
+    auto calls = device.requests("GET /command.txt");
+    EXPECT_THAT(calls[1].at - calls[0].at, AllOf(Ge(115), Le(130)));
+    EXPECT_EQ(sandbox::read_file("/mnt/hd3/USB.CONF"), conf);
+    EXPECT_FALSE(sandbox::exists("/mnt/hd4/picture/old-menu.jpg"));
+    EXPECT_TRUE(sandbox::exists("/mnt/hd4/picture/menu.jpg"));
+
+    device.restart();
+    double restarted = device.now();
+    ASSERT_TRUE(device.wait_until(restarted + 60, called_home(device, 3)));
+    EXPECT_LE(device.requests("GET /command.txt")[2].at - restarted, 40);
+}
+
 TEST(Scenario, FirmwareUpgradeFromUsbStick)
 {
     // The player's firmware is 0x210; the stick offers 0x300 as a file of its own.

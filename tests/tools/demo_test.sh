@@ -10,7 +10,7 @@ status=$?
 fail() { echo "FAIL: $*" >&2; echo "$out" >&2; exit 1; }
 [ $status -eq 0 ] || fail "tools/demo ended with status $status"
 for line in \
-  'call home command list command.txt (58 bytes):' \
+  'call home command list command.txt (117 bytes):' \
   'started   layer 0 (video), slot r0: playlist 0 "Welcome loop", full screen' \
   'why: nothing in the schedule has started yet today, so the defaults apply' \
   'saved     the content document as /mnt/hd3/contentdata.txt' \
