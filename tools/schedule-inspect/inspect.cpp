@@ -7,35 +7,13 @@
 #include <string_view>
 #include <vector>
 
-#include "content/content.h"
-#include "core/seam.h"
-#include "core/text.h"
+#include "schedule-inspect/common.h"
 
 namespace inspect {
 namespace {
 
-constexpr int kDay = 86400;
 constexpr const char* kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
                                      "Thursday", "Friday", "Saturday"};
-
-// The agent's clock stopped at one moment: the evaluation reads the time through the
-// seam, so installing this makes it evaluate at `at`.
-class FixedClock final : public seam::Platform {
-public:
-    explicit FixedClock(std::time_t at) : at_(at) {}
-    int system(const char*) override { return -1; }  // the evaluation runs no commands
-    void sleep(unsigned) override {}
-    std::time_t now() override { return at_; }
-
-private:
-    std::time_t at_;
-};
-
-int clamp_count(int count, int capacity)
-{
-    if (count < 0) return 0;
-    return count < capacity ? count : capacity;
-}
 
 std::string clock_time(int seconds)
 {
@@ -43,26 +21,6 @@ std::string clock_time(int seconds)
     std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", seconds / 3600, seconds / 60 % 60,
                   seconds % 60);
     return buf;
-}
-
-std::string quoted(std::string_view s) { return "\"" + std::string(s) + "\""; }
-
-// A playlist as the agent finds it: by position in the document's playlists.
-std::string playlist_label(const DRAVIK_CONTENT& c, int index)
-{
-    std::string label = "playlist " + std::to_string(index);
-    if (index >= 0 && index < clamp_count(c.plcount, kMaxPlaylists))
-        return label + " " + quoted(text_of(c.playlists[index].name));
-    return label + " (the document has no playlist there)";
-}
-
-std::string layout_label(const DRAVIK_CONTENT& c, int index)
-{
-    if (index == -1) return "no layout";
-    std::string label = "layout " + std::to_string(index);
-    if (index >= 0 && index < clamp_count(c.layoutcount, kMaxLayouts))
-        return label + " " + quoted(text_of(c.layouts[index].name));
-    return label + " (the document has no layout there)";
 }
 
 std::string item_label(const DRAVIK_CONTENT& c, int item)
@@ -100,23 +58,12 @@ void explain_choice(std::FILE* out, const DRAVIK_CONTENT& c, const PL_EVENT& ev,
                      e.mode == 1 ? "" : (" (day item mode " + std::to_string(e.mode) + ")").c_str());
         return;
     }
-    std::string why;
-    bool anyPast = false, anyPastStart = false;
-    for (int e = 0; e < n; ++e)
-        if (g_PSI[e].seconds <= ev.timeNowSeconds) {
-            anyPast = true;
-            if (g_PSI[e].mode != 0) anyPastStart = true;
-        }
-    if (n == 0)
-        why = "no schedule item has an event today, so the defaults apply";
-    else if (!anyPast)
-        why = "nothing in the schedule has started yet today, so the defaults apply";
-    else if (anyPastStart)
-        why = "every start so far today was cancelled by a later stop of the same playlist\n"
-              "          (a stop ends its playlist whichever schedule item it comes from),\n"
-              "          so the defaults apply";
+    std::string why = defaults_reason(n, ev.timeNowSeconds);
+    if (why == kAllCancelled)
+        why += "\n          (a stop ends its playlist whichever schedule item it comes from),\n"
+               "          so the defaults apply";
     else
-        why = "the only events so far today are stops, so the defaults apply";
+        why += ", so the defaults apply";
     std::fprintf(out, "Why:      %s (default_pindex %d, default_lindex %d)\n", why.c_str(),
                  c.schedule.defaultpl_index, c.schedule.defaultlo_index);
 }
@@ -288,11 +235,11 @@ bool parse_local_time(const char* text, std::time_t* out, std::string* error)
 
 void explain(std::FILE* out, DRAVIK_CONTENT& content, std::time_t at)
 {
-    FixedClock clock(at);
-    seam::install(&clock);
     PL_EVENT ev{};
-    content_get_pl_event(&content, &ev);
-    seam::install(nullptr);
+    {
+        ClockAt clock(at);
+        content_get_pl_event(&content, &ev);
+    }
     int n = content_event_count();
     int chosen = content_selected_event();
 
