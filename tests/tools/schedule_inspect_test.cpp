@@ -208,7 +208,7 @@ TEST(ScheduleInspectProgram, DumpShowsTheParsedDocument)
         {l["playlists"][1], R"({"pindex":1,"name":"Lunch menu","itemCount":2,
             "PlItems":[{"type":1,"findex":2,"duration":20},{"type":0,"findex":3,"duration":0}]})"},
         {l["files"][5],
-         R"({"findex":5,"type":2,"server_id":1,"fname":"menu.html","fsize":2048,"path":"/pages","md5":"4a8a"})"},
+         R"({"findex":5,"type":2,"server_id":0,"fname":"menu.html","fsize":2048,"path":"/pages","md5":"4a8a"})"},
         {l["schedule"]["schedItems"][0]["dayItems"][5], R"({"day":3,"mode":0,"time_of_day":50400})"},
         {l["layouts"][0], R"({"lindex":0,"name":"Menu board","fileCount":1,"plItemCount":1,
             "va1080p":{"x":0,"y":0,"width":1280,"height":720},"va720p":{"x":0,"y":0,"width":853,"height":480},
