@@ -1,15 +1,19 @@
 // schedule-inspect: its reading of --at and its JSON of an odd record, and the program
-// itself run on the sample documents under examples/.
+// itself run on the sample documents under examples/ and on documents with a quirk.
 #include "schedule-inspect/inspect.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
+#ifdef SVG_READER
+#include <expat.h>
+#endif
 
 #include "support/sandbox.h"
 
@@ -104,6 +108,12 @@ TEST(ScheduleInspectProgram, RefusesWhatItCannotRead)
         EXPECT_NE(r.err.find("is not a content document the player can read"), std::string::npos) << r.err;
         EXPECT_EQ(r.out, "");
     }
+
+    // The week view's days, and one question at a time.
+    for (const char* args : {" --from 2026-02-30", " --from 26-03-01", " --days 0", " --days 367", " --days x",
+                             " --from 2038-01-17 --days 3", " --at 2026-03-04T12:00:00 --days 2",
+                             " --dump --svg /tmp/w.svg", " --config"})
+        EXPECT_EQ(run_tool(kLobby + args).status, 2) << args;
 }
 
 TEST(ScheduleInspectProgram, ExamplesAtChosenMoments)
@@ -221,5 +231,138 @@ TEST(ScheduleInspectProgram, DumpShowsTheParsedDocument)
     };
     for (const auto& [got, want] : expected) EXPECT_EQ(got, Json::parse(want)) << want;
 }
+
+// The store's last weekend of March, when the clock goes forward, with the demo's display
+// times (on 06:00, off 22:26). Worked out by hand: the sale runs all day (item 0); the
+// weekend special, the same playlist, takes over from 10:00 on Saturday (its period
+// begins then, the day's 08:00 start already past) and from 08:00 on Sunday; its stops,
+// Saturday 22:00 and the end of its period on Sunday 18:00, end the sale as well;
+// "closing soon" from 20:45 to 21:00 hands back to whatever started last and was not
+// stopped. On Sunday the clock times from 03:00 are summer time, at the same clock times.
+const char* const kCancelled = "default: every start so far today was cancelled by a later stop of the same playlist";
+const struct Expected {
+    const char* day;
+    std::vector<std::tuple<const char*, int, std::string, bool>> stretches;  // clock times, playlist, why, off
+} kStoreWeekend[] = {
+    {"Saturday 2026-03-28 (CET)",
+     {{"00:00-06:00", 1, "schedule item 0", true}, {"06:00-10:00", 1, "schedule item 0", false},
+      {"10:00-20:45", 1, "schedule item 1", false}, {"20:45-21:00", 2, "schedule item 2", false},
+      {"21:00-22:00", 1, "schedule item 1", false}, {"22:00-22:26", 0, kCancelled, false},
+      {"22:26-24:00", 0, kCancelled, true}}},
+    {"Sunday 2026-03-29 (CET, CEST from 03:00)",
+     {{"00:00 CET-06:00", 1, "schedule item 0", true}, {"06:00-08:00", 1, "schedule item 0", false},
+      {"08:00-18:00", 1, "schedule item 1", false}, {"18:00-20:45", 0, kCancelled, false},
+      {"20:45-21:00", 2, "schedule item 2", false}, {"21:00-22:26", 0, kCancelled, false},
+      {"22:26-24:00", 0, kCancelled, true}}},
+};
+
+TEST(ScheduleInspectProgram, WeekAcrossTheChangeToSummerTime)
+{
+    set_central_europe();
+    const char* names[] = {"Store loop", "Spring sale", "Closing soon"};
+    std::string want = "\"Store & window\" (id c0ffee00-1234-4abc-8def-000000000042), in the time zone "
+                       "CET-1CEST,M3.5.0,M10.5.0/3\nwith the display's on/off times of configuration "
+                       "\"demo-cafe-config-1\"\n";
+    for (const Expected& day : kStoreWeekend) {
+        want += std::string("\n") + day.day + "\n";
+        for (const auto& [times, pl, why, off] : day.stretches)
+            want += std::string("  ") + times + "  video: playlist " + std::to_string(pl) + " \"" + names[pl] +
+                    "\"; browser: none; " + why + (off ? "; display off" : "") + "\n";
+    }
+    ToolRun r = run_tool(kStore + " --from 2026-03-28 --days 2 --svg /tmp/week.svg --config " + EXAMPLES_DIR +
+                         "/demo/config.xml");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, want);
+
+    // The browser layer: the layout and its video area.
+    r = run_tool(kLobby + " --from 2026-03-30 --days 1");
+    EXPECT_NE(r.out.find("\n  11:30-14:00  video: playlist 1 \"Lunch menu\"; browser: layout 0 \"Menu board\", "
+                         "video 1280x720 at 0,0 (1080 lines), 853x480 at 0,0 (720 lines), 67%x67% at 0%,0% "
+                         "(other); schedule item 0\n"),
+              std::string::npos)
+        << r.out;
+}
+
+#ifdef SVG_READER
+// The picture of that weekend read back as XML: a bar per stretch, with the stretch in
+// its title, the bars of a day side by side across the hours, the same clock time at
+// the same place on both days, the time zone in the title and no script.
+struct Svg {
+    std::vector<std::string> path;  // the elements open
+    std::string title, text;
+    std::map<std::string, std::pair<double, double>> bars;  // title: x, width
+    double x = 0, width = 0;
+    bool inBar = false, script = false;
+};
+
+TEST(ScheduleInspectProgram, WeekAsAPicture)
+{
+    set_central_europe();
+    ASSERT_EQ(run_tool(kStore + " --from 2026-03-28 --days 2 --svg /tmp/week.svg --config " + EXAMPLES_DIR +
+                       "/demo/config.xml")
+                  .status,
+              0);
+    std::string text = sandbox::read_file("/tmp/week.svg");
+    Svg svg;
+    XML_Parser p = XML_ParserCreate("UTF-8");
+    XML_SetUserData(p, &svg);
+    XML_SetElementHandler(
+        p,
+        [](void* data, const XML_Char* name, const XML_Char** attrs) {
+            auto& s = *static_cast<Svg*>(data);
+            std::map<std::string, std::string> a;
+            for (int i = 0; attrs[i] != nullptr; i += 2) a[attrs[i]] = attrs[i + 1];
+            s.script = s.script || std::string(name) == "script";
+            for (const auto& [k, v] : a) s.script = s.script || k.rfind("on", 0) == 0;
+            if (a["class"] == "stretch") {
+                s.inBar = true;
+                s.x = std::stod(a["x"]);
+                s.width = std::stod(a["width"]);
+            }
+            s.path.push_back(name);
+            s.text.clear();
+        },
+        [](void* data, const XML_Char* name) {
+            auto& s = *static_cast<Svg*>(data);
+            s.path.pop_back();
+            if (std::string(name) != "title") return;
+            if (s.path.size() == 1) s.title = s.text;
+            if (s.inBar) s.bars[s.text] = {s.x, s.width};
+            s.inBar = false;
+        });
+    XML_SetCharacterDataHandler(p, [](void* data, const XML_Char* chars, int len) {
+        static_cast<Svg*>(data)->text.append(chars, static_cast<std::size_t>(len));
+    });
+    ASSERT_EQ(XML_Parse(p, text.data(), static_cast<int>(text.size()), 1), XML_STATUS_OK)
+        << XML_ErrorString(XML_GetErrorCode(p)) << " at line " << XML_GetCurrentLineNumber(p);
+    XML_ParserFree(p);
+
+    EXPECT_NE(svg.title.find("in the time zone CET-1CEST,M3.5.0,M10.5.0/3"), std::string::npos) << svg.title;
+    EXPECT_FALSE(svg.script);
+    std::size_t stretches = 0;
+    std::map<std::string, double> at;  // the day and clock time a bar begins: its x
+    for (const Expected& day : kStoreWeekend) {
+        double end = -1;
+        for (const auto& [times, pl, why, off] : day.stretches) {
+            ++stretches;
+            auto bar = std::find_if(svg.bars.begin(), svg.bars.end(), [&, &times = times](const auto& b) {
+                std::string stretch = std::string(day.day) + " " + times + "  video: playlist " + std::to_string(pl);
+                return b.first.rfind(stretch, 0) == 0;
+            });
+            ASSERT_NE(bar, svg.bars.end()) << day.day << " " << times;
+            auto [x, width] = bar->second;
+            if (end >= 0) {
+                EXPECT_NEAR(x, end, 0.11) << bar->first;
+            }
+            end = x + width;
+            at[std::string(day.day).substr(0, 3) + std::string(times).substr(0, 5)] = x;
+        }
+    }
+    EXPECT_EQ(svg.bars.size(), stretches);
+    EXPECT_NEAR(at["Sun06:00"], at["Sat06:00"], 0.01);
+    EXPECT_NEAR(at["Sun20:45"], at["Sat20:45"], 0.01);
+    EXPECT_NEAR(at["Sun00:00"], at["Sat00:00"], 0.01);
+}
+#endif
 
 }  // namespace
