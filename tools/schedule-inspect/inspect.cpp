@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "schedule-inspect/check.h"
 #include "schedule-inspect/common.h"
 #include "schedule-inspect/week.h"
 
@@ -369,7 +370,7 @@ namespace {
 
 constexpr const char* kUsageText =
     "usage: schedule-inspect CONTENT_XML [--at YYYY-MM-DDTHH:MM:SS | --from YYYY-MM-DD] [--days N]\n"
-    "                        [--config CONFIG_XML] [--svg FILE] [--dump]\n"
+    "                        [--config CONFIG_XML] [--svg FILE] [--check] [--dump]\n"
     "Reads a content document with the player's own parser and works out its schedule with the\n"
     "player's own code, in the local time of the zone that TZ names.\n"
     "\n"
@@ -385,11 +386,13 @@ constexpr const char* kUsageText =
     "  --config CONFIG_XML       in the week view, also when the display is off by this\n"
     "                            configuration's on/off times\n"
     "  --svg FILE                also draw the week view as an SVG picture in FILE\n"
+    "  --check                   every way the player reads the document differently from what\n"
+    "                            its author likely meant, one line each; exit status 1 if any\n"
     "  --dump                    the parsed document as JSON\n"
     "  -h, --help                this help\n"
     "\n"
-    "Exit status: 0 done; 1 the document cannot be opened or the player's parser rejects it;\n"
-    "2 a wrong command line.\n";
+    "Exit status: 0 done; 1 the document cannot be opened or the player's parser rejects it, or\n"
+    "--check found something; 2 a wrong command line.\n";
 
 int usage_error(std::FILE* err, const std::string& why)
 {
@@ -426,7 +429,7 @@ int run(int argc, char** argv, std::FILE* out, std::FILE* err)
     const char* daysText = nullptr;
     const char* configPath = nullptr;
     const char* svgPath = nullptr;
-    bool dump = false;
+    bool dump = false, checks = false;
     struct Valued {
         std::string_view name;
         const char** value;
@@ -440,7 +443,8 @@ int run(int argc, char** argv, std::FILE* out, std::FILE* err)
                 if (++i >= argc) return usage_error(err, std::string(v.name) + " needs a value");
                 *v.value = argv[i];
                 taken = true;
-            } else if (a.size() > v.name.size() && a.substr(0, v.name.size()) == v.name && a[v.name.size()] == '=') {
+            } else if (a.size() > v.name.size() && a.substr(0, v.name.size()) == v.name &&
+                       a[v.name.size()] == '=') {
                 *v.value = argv[i] + v.name.size() + 1;
                 taken = true;
             }
@@ -448,6 +452,8 @@ int run(int argc, char** argv, std::FILE* out, std::FILE* err)
         if (taken) continue;
         if (a == "--dump") {
             dump = true;
+        } else if (a == "--check") {
+            checks = true;
         } else if (a == "-h" || a == "--help") {
             std::fputs(kUsageText, out);
             return kOk;
@@ -464,13 +470,15 @@ int run(int argc, char** argv, std::FILE* out, std::FILE* err)
         return kUsage;
     }
     bool weekView = fromText != nullptr || daysText != nullptr || configPath != nullptr || svgPath != nullptr;
-    if ((atText != nullptr) + weekView + dump > 1)
-        return usage_error(err, "choose one of --at, the week view (--from, --days, --config, --svg) and --dump");
+    if ((atText != nullptr) + weekView + dump + checks > 1)
+        return usage_error(err, "choose one of --at, the week view (--from, --days, --config, --svg), --check "
+                                "and --dump");
 
     std::time_t at = seam::now();
     if (atText != nullptr) {
         std::string why;
-        if (!parse_local_time(atText, &at, &why)) return usage_error(err, "--at " + std::string(atText) + ": " + why);
+        if (!parse_local_time(atText, &at, &why))
+            return usage_error(err, "--at " + std::string(atText) + ": " + why);
     }
     int days = 7;
     if (daysText != nullptr && !parse_count(daysText, 366, &days))
@@ -484,7 +492,8 @@ int run(int argc, char** argv, std::FILE* out, std::FILE* err)
             std::string midnight = std::string(fromText) + "T00:00:00";
             if (std::strlen(fromText) != 10 || !parse_local_time(midnight.c_str(), &at, &why))
                 return usage_error(err, "--from " + std::string(fromText) +
-                                            ": expected a day of the form YYYY-MM-DD the player's clock can count");
+                                            ": expected a day of the form YYYY-MM-DD that the player's "
+                                            "clock can count");
             localtime_r(&at, &today);
         }
         first = local_midnight(today.tm_year + 1900, today.tm_mon + 1, today.tm_mday);
@@ -493,11 +502,12 @@ int run(int argc, char** argv, std::FILE* out, std::FILE* err)
     }
 
     if (!readable(err, path)) return kBadDocument;
+    if (checks) return check(out, path) == 0 ? kOk : kBadDocument;
     dA_Initialize();
     if (dA_ParseContent(path) != 0 || !dA_IsContentValid()) {
         std::fprintf(err,
                      "schedule-inspect: %s is not a content document the player can read "
-                     "(the agent's parser rejects it)\n",
+                     "(the agent's parser rejects it; --check says where)\n",
                      path);
         return kBadDocument;
     }

@@ -42,8 +42,9 @@ std::string xml_text(std::string_view s)
             cp = (cp << 6) | (b & 0x3F);
         }
         static constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
-        ok = ok && cp >= kLeast[len] && (cp == 0x9 || cp == 0xA || cp == 0xD || (cp >= 0x20 && cp < 0xD800) ||
-                                         (cp >= 0xE000 && cp <= 0xFFFD) || (cp >= 0x10000 && cp <= 0x10FFFF));
+        ok = ok && cp >= kLeast[len] &&
+             (cp == 0x9 || cp == 0xA || cp == 0xD || (cp >= 0x20 && cp < 0xD800) ||
+              (cp >= 0xE000 && cp <= 0xFFFD) || (cp >= 0x10000 && cp <= 0x10FFFF));
         if (!ok) {
             out += "\xEF\xBF\xBD";
             ++i;
@@ -76,7 +77,10 @@ std::string num(double v)
     return buf;
 }
 
-bool in_document(int index, int count, int capacity) { return index >= 0 && index < clamp_count(count, capacity); }
+bool in_document(int index, int count, int capacity)
+{
+    return index >= 0 && index < clamp_count(count, capacity);
+}
 
 std::string playlist_colour(const DRAVIK_CONTENT& c, int pl)
 {
@@ -94,7 +98,8 @@ std::string layout_colour(const DRAVIK_CONTENT& c, int layout)
 std::string playlist_name(const DRAVIK_CONTENT& c, int pl)
 {
     if (pl < 0) return "no playlist";
-    if (!in_document(pl, c.plcount, kMaxPlaylists)) return "playlist " + std::to_string(pl) + " (not in the document)";
+    if (!in_document(pl, c.plcount, kMaxPlaylists))
+        return "playlist " + std::to_string(pl) + " (not in the document)";
     return std::string(text_of(c.playlists[pl].name));
 }
 
@@ -135,7 +140,8 @@ void label(std::string& svg, double x, double y, std::string_view text, const ch
 
 }  // namespace
 
-std::string svg_week(const DRAVIK_CONTENT& c, const std::vector<Day>& days, const DRAVIK_CONFIGURATION_CH* config)
+std::string svg_week(const DRAVIK_CONTENT& c, const std::vector<Day>& days,
+                     const DRAVIK_CONFIGURATION_CH* config)
 {
     std::string title = std::string(text_of(c.name)) + ": what plays, in the time zone " + zone_name();
     if (!days.empty()) {
@@ -177,12 +183,14 @@ std::string svg_week(const DRAVIK_CONTENT& c, const std::vector<Day>& days, cons
             std::string text = day_label(day) + " " + stretch_text(c, day, s, config != nullptr);
             // The defaults paler than what a schedule item starts.
             rect(body, "stretch", e, y + 4, kBar, playlist_colour(c, s.playlist), text,
-                 std::string(s.item < 0 ? " fill-opacity=\"0.55\"" : "") + " stroke=\"#ffffff\" stroke-width=\"0.5\"" +
+                 std::string(s.item < 0 ? " fill-opacity=\"0.55\"" : "") +
+                     " stroke=\"#ffffff\" stroke-width=\"0.5\"" +
                      (s.playlist < 0 ? " stroke-dasharray=\"2 2\"" : ""));
             playlists[s.playlist] = true;
             std::string name = playlist_name(c, s.playlist);
             if (text_width(name) + 6 <= e.width)
-                label(body, e.x + 3, y + 18, name, " font-size=\"11\" fill=\"#1a1a1a\" pointer-events=\"none\"");
+                label(body, e.x + 3, y + 18, name,
+                      " font-size=\"11\" fill=\"#1a1a1a\" pointer-events=\"none\"");
             if (s.layout != -1) {
                 rect(body, "layout", e, y + 6 + kBar, kBand, layout_colour(c, s.layout),
                      "browser: " + layout_label(c, s.layout));
@@ -212,15 +220,16 @@ std::string svg_week(const DRAVIK_CONTENT& c, const std::vector<Day>& days, cons
             lx = 8;
             ly += 20;
         }
-        body += "<rect x=\"" + num(lx) + "\" y=\"" + num(ly - 10) + "\" width=\"12\" height=\"12\" fill=\"" + fill +
-                "\"" + extra + "/>\n";
+        body += "<rect x=\"" + num(lx) + "\" y=\"" + num(ly - 10) + "\" width=\"12\" height=\"12\" fill=\"" +
+                fill + "\"" + extra + "/>\n";
         label(body, lx + 18, ly, text, " font-size=\"11\"");
         lx += w;
     };
     for (const auto& [pl, _] : playlists)
         entry(playlist_colour(c, pl), pl < 0 ? "no playlist" : playlist_label(c, pl),
               pl < 0 ? " stroke=\"#888\" stroke-dasharray=\"2 2\"" : "");
-    for (const auto& [layout, _] : layouts) entry(layout_colour(c, layout), "browser: " + layout_label(c, layout), "");
+    for (const auto& [layout, _] : layouts)
+        entry(layout_colour(c, layout), "browser: " + layout_label(c, layout), "");
     if (anyOff) entry("url(#off)", "display off", " stroke=\"#888\"");
     lx = 8;
     ly += 20;
@@ -234,17 +243,21 @@ std::string svg_week(const DRAVIK_CONTENT& c, const std::vector<Day>& days, cons
     svg += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + num(kWidth) + "\" height=\"" + num(height) +
            "\" viewBox=\"0 0 " + num(kWidth) + " " + num(height) + "\" font-family=\"sans-serif\">\n";
     svg += "<title>" + xml_text(title) + "</title>\n";
-    svg += "<defs><pattern id=\"off\" width=\"6\" height=\"6\" patternUnits=\"userSpaceOnUse\" "
-           "patternTransform=\"rotate(45)\"><rect width=\"6\" height=\"6\" fill=\"#000000\" fill-opacity=\"0.12\"/>"
-           "<line x1=\"0\" y1=\"0\" x2=\"0\" y2=\"6\" stroke=\"#000000\" stroke-opacity=\"0.5\" stroke-width=\"2\"/>"
-           "</pattern></defs>\n";
+    svg +=
+        "<defs><pattern id=\"off\" width=\"6\" height=\"6\" patternUnits=\"userSpaceOnUse\" "
+        "patternTransform=\"rotate(45)\"><rect width=\"6\" height=\"6\" fill=\"#000000\" "
+        "fill-opacity=\"0.12\"/>"
+        "<line x1=\"0\" y1=\"0\" x2=\"0\" y2=\"6\" stroke=\"#000000\" stroke-opacity=\"0.5\" "
+        "stroke-width=\"2\"/>"
+        "</pattern></defs>\n";
     svg += "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
     label(svg, 8, 24, title, " font-size=\"15\" font-weight=\"bold\"");
-    label(svg, 8, 42,
-          std::string("Each row a day, the hours across; each bar a stretch of what the player plays") +
-              (config != nullptr ? "; hatched: the display is off by configuration " + quoted(text_of(config->id))
-                                 : ""),
-          " font-size=\"11\" fill=\"#333\"");
+    label(
+        svg, 8, 42,
+        std::string("Each row a day, the hours across; each bar a stretch of what the player plays") +
+            (config != nullptr ? "; hatched: the display is off by configuration " + quoted(text_of(config->id))
+                               : ""),
+        " font-size=\"11\" fill=\"#333\"");
     svg += body;
     svg += "</svg>\n";
     return svg;

@@ -140,8 +140,7 @@ std::time_t local_midnight(int year, int month, int day)
     return t;
 }
 
-std::vector<Day> week(DRAVIK_CONTENT& content, DRAVIK_CONFIGURATION_CH* config, std::time_t first,
-                      int days)
+std::vector<Day> week(DRAVIK_CONTENT& content, DRAVIK_CONFIGURATION_CH* config, std::time_t first, int days)
 {
     std::tm tm{};
     localtime_r(&first, &tm);
@@ -153,8 +152,8 @@ std::vector<Day> week(DRAVIK_CONTENT& content, DRAVIK_CONFIGURATION_CH* config, 
         if (day.start == -1 || day.end == -1) break;
         for (std::time_t t = day.start; t < day.end;) {
             Answer a = ask(content, config, t);
-            auto limit = static_cast<std::time_t>(
-                std::min<long long>(static_cast<long long>(t) + a.wait, day.end));
+            auto limit =
+                static_cast<std::time_t>(std::min<long long>(static_cast<long long>(t) + a.wait, day.end));
             std::time_t next = next_zone_change(t, limit);
             if (!day.stretches.empty() && day.stretches.back().to == t &&
                 same_answer(day.stretches.back(), a.stretch)) {
@@ -197,8 +196,8 @@ std::string clock_range(const Day& day, std::time_t from, std::time_t to)
 
 std::string stretch_text(const DRAVIK_CONTENT& c, const Day& day, const Stretch& s, bool with_display)
 {
-    std::string text = clock_range(day, s.from, s.to) + "  video: " +
-                       (s.playlist < 0 ? std::string("none") : playlist_label(c, s.playlist)) +
+    std::string text = clock_range(day, s.from, s.to) +
+                       "  video: " + (s.playlist < 0 ? std::string("none") : playlist_label(c, s.playlist)) +
                        "; browser: " + browser_layer(c, s.layout) + "; ";
     text += s.item >= 0 ? "schedule item " + std::to_string(s.item) : "default: " + s.why;
     if (with_display && s.display_off) text += "; display off";
