@@ -275,14 +275,16 @@ bool gives_an_event(const DRAVIK_CONTENT& c, int i, std::time_t st, std::time_t 
     alone.schedule.schedItems[0] = c.schedule.schedItems[i];
     std::tm a{};
     localtime_r(&st, &a);
-    long span = static_cast<long>(std::max<std::time_t>(et - st, 0) / kDay) + 2;
+    long span = static_cast<long>(std::max(static_cast<long long>(et) - st, 0LL) / kDay) + 2;
     for (long k = -1; k <= span; ++k) {
         if (span > 20 && k == 9) k = span - 9;
         std::time_t midnight = local_midnight(a.tm_year + 1900, a.tm_mon + 1, a.tm_mday + static_cast<int>(k));
         if (midnight == -1) continue;
-        // Before and after any change of the clock's offset that day.
-        for (std::time_t t : {midnight, midnight + 23 * 3600}) {
-            ClockAt clock(t);
+        // Before and after any change of the clock's offset that day, within the agent's
+        // 32-bit seconds.
+        for (long long t : {static_cast<long long>(midnight), midnight + 23LL * 3600}) {
+            if (t > INT32_MAX) continue;
+            ClockAt clock(static_cast<std::time_t>(t));
             PL_EVENT ev{};
             content_get_pl_event(&alone, &ev);
             if (content_event_count() > 0) return true;
