@@ -121,12 +121,14 @@ TEST(Tokenizer, EntityDeclarationDependsOnTheNameBuffer)
 }
 
 // A document that stopped early leaves a pushed-back character or a pending section
-// end; the next one begins with neither.
+// end; the next one begins with neither, and its offset counts from 0 again.
 TEST(Tokenizer, InitialiseStartsANewDocumentClean)
 {
     start("<a>");
     ASSERT_EQ(xt_get_token(), XT_START_TAG);  // ">" is pushed back
+    EXPECT_EQ(xt_input_offset(), 2);
     EXPECT_EQ(tokens("b"), (std::vector<std::string>{"t:b", "END"}));
+    EXPECT_EQ(xt_input_offset(), 1);
 
     start("<!--x-->");
     ASSERT_EQ(xt_get_token(), XT_COMMENT_START);
@@ -219,6 +221,7 @@ TEST(FileReader, ReadsFilesBlockByBlockAndStopsAtNul)
         std::vector<std::string> got;
         for (int kind = XT_START_TAG; kind != XT_END && kind != XT_ERROR;) got.push_back(spell(kind = xt_get_token()));
         EXPECT_EQ(got, (std::vector<std::string>{"<a", "t:" + text.substr(0, 1023), "</a", "<b", "t:12", "END"}));
+        EXPECT_EQ(xt_input_offset(), static_cast<long>(("<a>" + text + "</a><b>12").size()));  // at the NUL
         EXPECT_FALSE(doc.read_error());
     }
     EXPECT_EQ(xml.file, nullptr);
