@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -450,8 +451,11 @@ void check_layouts(Findings& f, const DRAVIK_CONTENT& c, const Walk& w)
 
 int check(std::FILE* out, const char* path)
 {
-    std::ifstream in(path, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    // Read through the stream buffer: g++ 12's optimiser takes the istreambuf_iterator
+    // form for a possible null dereference, an error in the -O1 and -O2 builds.
+    std::ostringstream read;
+    read << std::ifstream(path, std::ios::binary).rdbuf();
+    const std::string text = read.str();
 
     dA_Initialize();
     bool parsed = dA_ParseContent(path) == 0 && dA_IsContentValid();
