@@ -1,13 +1,15 @@
 // The leaves: the timer's tick with a clock the test sets, the control channel over the
 // sandbox's real queues with the test as the bridge, and the quoting helper's limits.
-#include <cstring>
 #include <gtest/gtest.h>
+#include <sys/msg.h>
+#include <thread>
 
 #include "core/shell.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "support/fake_platform.h"
 #include "support/queues.h"
+#include "support/sandbox.h"
 
 namespace {
 
@@ -62,6 +64,15 @@ TEST(ControlChannel, RequestCutAndTerminatedReplyReadAsItArrived)
 
     send_player_msg(START_IMAGE);  // the player hears upgrade progress only
     EXPECT_EQ(queues::count(kPlayerQueueKey), 0);
+
+    // No time limit: only the reply queue going away ends the wait, with an empty reply.
+    std::thread remove([] {
+        sandbox::wait_until([] { return queues::count(kBridgeRequestKey) == 1; });
+        msgctl(msgget(kBridgeReplyKey, 0), IPC_RMID, nullptr);
+    });
+    send_snmp_command(kSnmpGetType, "1.3.6.1.4.1.58321.3.5.13.0", reply);
+    remove.join();
+    EXPECT_STREQ(reply, "");
 }
 
 TEST(Shell, GlobsOnlyWhenAskedAndNothingThatDoesNotFit)
