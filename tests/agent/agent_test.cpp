@@ -23,8 +23,6 @@
 #include "support/queues.h"
 #include "support/sandbox.h"
 
-using ::testing::Contains;
-using ::testing::HasSubstr;
 
 namespace {
 
@@ -154,8 +152,9 @@ TEST_F(Agent, CommandListLines)
          "CallHomeInterval,600\nDeleteUSBConfigFile\nDeleteImageMedia\n", 1, 0, 0, nullptr, kMedia},
         {"an address without its comma ends the reading", "DeleteFile,clip.MPG\nCallHomeAddress\nDeleteImageMedia\n", 0,
          900, 0, kOldConf, {"video/a.ts", "picture/keep.jpg", "picture/page.html"}},
-        {"binary bytes", std::string("\x7f" "ELF\x02\x01\0\0CallHomeAddress\xff\xfe\r\x80\n\0\0\x01", 24), 1, 900, 0,
-         kOldConf, kMedia},
+        {"malformed lines, binary bytes",
+         "ConfigID,\nConfigID,a b\n" + std::string("\x7f" "ELF\x02\x01\0\0CallHomeAddress\xff\xfe\r\x80\n\0\0\x01", 24),
+         1, 900, 0, kOldConf, kMedia},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -174,7 +173,7 @@ TEST_F(Agent, CommandListLines)
     SetUp();
     sandbox::write_file(kList, "ContentIX,c-2\n");
     parse_action_file(kList);
-    EXPECT_THAT(platform.commands(), Contains(HasSubstr("'http://old.example/content.xml'")));
+    EXPECT_THAT(platform.commands(), ::testing::Contains(::testing::HasSubstr("'http://old.example/content.xml'")));
 }
 
 // An upgrade that a command list or a stick's configuration starts ends the reading of
