@@ -14,7 +14,6 @@
 #include "support/player_sim.h"
 #include "support/sandbox.h"
 
-using ::testing::Contains;
 using Texts = std::vector<std::string>;
 
 namespace {
@@ -29,7 +28,7 @@ TEST(Config, AdoptedDocumentTellsThePlayerWhatDiffers)
     EXPECT_EQ(adopt_config_document(), 1);
     EXPECT_EQ(PlayerSim::requests(kSnmpSetType),
               (Texts{"1.3.6.1.4.1.58321.3.5.35.0 i 1", "1.3.6.1.4.1.58321.3.5.11.0 i 1"}));
-    EXPECT_THAT(platform.commands(), Contains("reboot"));
+    EXPECT_THAT(platform.commands(), ::testing::Contains("reboot"));
 
     // Logging on already, another interval: the record in force is replaced before the
     // comparison, so the log timer keeps its time. Auto on/off is looked at soon.
@@ -42,7 +41,7 @@ TEST(Config, AdoptedDocumentTellsThePlayerWhatDiffers)
     EXPECT_EQ(send_log_timer, 777);
     EXPECT_EQ(auto_on_off_timer, 10);
     EXPECT_EQ(PlayerSim::requests(kSnmpSetType).size(), 2u);
-    EXPECT_THAT(platform.commands(), ::testing::Not(Contains("reboot")));
+    EXPECT_THAT(platform.commands(), ::testing::Not(::testing::Contains("reboot")));
 }
 
 // Version files on the stick against a player with firmware 0x210, software build 4
