@@ -1,24 +1,20 @@
 // The content check against player-sim, which plays the lists the agent writes and logs
-// what the screen shows, with media on the sandbox's real /mnt/hd4; and the whole flow
-// from a ContentID line through cms-sim, wget-compat and the main loop.
+// what the screen shows, with media on the sandbox's real /mnt/hd4. (The flow from a
+// new document through its downloads to its playback is the scenarios'.)
 #include "content/current_item.h"
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 #include "actions/config.h"
-#include "agent/agent.h"
-#include "core/seam.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "download/download.h"
 #include "schedule/player_state.h"
-#include "support/cms_sim.h"
 #include "support/fake_platform.h"
 #include "support/player_sim.h"
 #include "support/queues.h"
@@ -56,7 +52,7 @@ Texts operator+(Texts a, const Texts& b)
 }
 
 // One schedule item runs today, 2026-01-01, until 18:00 with playlist `pl` and layout
-// `layout`; the default is playlist 0. Every file is 5 bytes, served by cms-sim.
+// `layout`; the default is playlist 0. Every file is 5 bytes.
 std::string document(int pl, int layout)
 {
     return R"(<content id="c-7" name="Lobby">
@@ -136,49 +132,6 @@ protected:
 
     FakePlatform platform;  // 2026-01-01 12:00:00 UTC: six hours before the item ends
 };
-
-TEST(LayerReports, FiveOrThreeFieldsPerLayerAnythingElseIsInvalid)
-{
-    const std::string r0 = "r0,c-7*2,Playing,news.mpg,1", idle = "1,,,Idle,,0", invalid = "0,,,,,0";
-    const struct {
-        std::string reply, layer0, layer1;  // each: valid, file, playlist, state, item, code
-    } cases[] = {
-        {"X = STRING: \"" + r0 + "%Idle,,0\"", "1," + r0, idle},
-        {"X = STRING: \"" + r0 + "\"", "1," + r0, invalid},  // no "%"
-        {"X = STRING: \"\"", invalid, invalid},
-        {"no value here", invalid, invalid},
-        {"X = STRING: \"garbage%%\"", invalid, invalid},
-        {"X = STRING: \"a,b,c,d%Idle,x%y,0\"", invalid, "1,,,Idle,x%y,0"},  // one "%" splits
-        // Each field keeps what its array holds; the code counts by two characters.
-        {"X = STRING: \"r0123456789," + std::string(140, 'n') + ",Playing for a very long time," +
-             std::string(300, 'i') + ",123\"",
-         "1,r012345," + std::string(127, 'n') + ",Playing for a very long tim," + std::string(254, 'i') + ",12",
-         invalid},
-    };
-    CURRENT_ITEM_LAYER l[2];
-    auto text = [](const CURRENT_ITEM_LAYER& c) {
-        return fields(c.valid, c.PlayListFileName, c.PlayListName, c.StateText, c.ItemName, c.StateCode);
-    };
-    for (const auto& c : cases) {
-        queues::drain_all();  // the test answers for the bridge; nobody takes the requests
-        ASSERT_TRUE(queues::post_bridge_reply(c.reply));
-        get_current_item_layers(&l[0], &l[1]);
-        EXPECT_EQ(text(l[0]), c.layer0) << c.reply;
-        EXPECT_EQ(text(l[1]), c.layer1) << c.reply;
-    }
-
-    // A video layer that reports nothing readable puts any start off by 65 seconds.
-    static DRAVIK_CONTENT content;
-    std::strcpy(content.id, "c-7");
-    queues::drain_all();
-    ASSERT_TRUE(queues::post_bridge_reply("X = STRING: \"garbage\""));
-    process_content_check(&content);
-    EXPECT_EQ(content_check_timer, 65);
-    auto request = queues::take(kBridgeRequestKey);
-    ASSERT_TRUE(request);
-    EXPECT_EQ(queues::c_text(request->text), kLayersGet);
-    EXPECT_EQ(queues::count(kBridgeRequestKey), 0);  // nothing was set
-}
 
 TEST_F(ContentCheck, PlayerShowsWhatTheScheduleAsks)
 {
@@ -280,74 +233,6 @@ TEST_F(ContentCheck, DocumentSavedOnceAtItsFirstStartAndOnlyTheOneInForce)
         EXPECT_FALSE(sandbox::is_writable("/mnt/hd3"));
     }
     EXPECT_STREQ(g_saved_content_id, "c-1");  // kept until the document in force is there
-}
-
-TEST_F(ContentCheck, NewDocumentFetchedItsFilesDownloadedAndPlayedFromTheFreeSlot)
-{
-    setenv("WGET_COMPAT_STALL_SECONDS", "0.5", 1);
-    setenv("WGET_COMPAT_PROGRESS_SECONDS", "0.05", 1);
-    platform.scale_sleeps(50);  // each second the agent sleeps lasts 50 ms
-    // Passes of the main loop, the timer ticking between them, until `done`.
-    auto run_until = [](const std::function<bool()>& done) {
-        for (int pass = 0; pass < 1200; ++pass) {
-            agent_main_loop_pass();
-            if (done()) return true;
-            timer_tick();
-        }
-        return false;
-    };
-    auto playing = [](std::string report) {
-        return [report] { return !PlayerSim::lines("report=\"" + report).empty(); };
-    };
-    // Playlist 1 (two priority files) until 18:00, then the default, playlist 0. Files of
-    // 64 bytes: anything shorter would be taken for an error page.
-    std::string doc = document(1, -1);
-    for (std::size_t at; (at = doc.find("size=\"5\"")) != std::string::npos;) doc.replace(at, 8, "size=\"64\"");
-    CmsSim cms;
-    CmsSim::put("/content.xml", doc);
-    for (const char* f : kMedia) CmsSim::put("/media/" + std::string(f), std::string(64, 'm'));
-    adopt(doc, Texts(std::begin(kMedia), std::end(kMedia)));
-    PlayerSim sim;
-    player_plays(0, 0, "c-1*0");
-    std::strcpy(currentContent.id, "c-1");
-    std::strcpy(g_saved_content_id, "c-1");
-    std::strcpy(call_home_address, CmsSim::url("").c_str());
-    lastTOD = static_cast<unsigned>(get_tod_in_sec());  // the timer starts counting now
-
-    char same[] = "ContentID,c-1", line[] = "ContentID,c-7";
-    EXPECT_EQ(process_content(same, currentContent.id), 1);
-    EXPECT_TRUE(CmsSim::requests("/content.xml").empty());
-    EXPECT_EQ(process_content(line, currentContent.id), 1);
-    EXPECT_STREQ(currentContent.id, "c-7");
-    EXPECT_EQ(content_check_timer, 5);
-
-    ASSERT_TRUE(run_until(playing("r1,c-7*1,Playing,menu.jpg,1")));
-    std::time_t now = seam::now();
-    int checked_at = static_cast<int>(now % 86400) - 1;     // the pass slept a second after the check
-    EXPECT_EQ(content_check_timer, 64800 + 5 - checked_at);  // just after 18:00
-    EXPECT_EQ(post_status_timer, 10);
-    Texts media = CmsSim::requests("GET /media/");
-    ASSERT_GE(media.size(), 2u);  // the priority files first, in reverse order
-    EXPECT_THAT(media[0], HasSubstr("/media/news.mpg 200 64"));
-    EXPECT_THAT(media[1], HasSubstr("/media/menu.jpg 200 64"));
-    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r1"),
-              "[Control]\r\nPlaylistVersion = 2.0\r\nLayerType = Video\r\nName = c-7*1\r\n[List]\r\n"
-              "ENTRY1 = PICTURE, menu.jpg,duration=10\r\nENTRY2 = VIDEO, news.mpg\r\nENTRY3 = LOOP\r\n");
-    EXPECT_EQ(sandbox::read_file("/mnt/hd3/contentdata.txt"), doc);
-    EXPECT_EQ(state(), "1,0,Lobby,Menu,,|,,,");
-
-    // The rest arrives; five seconds after 18:00 the default takes over in the other slot.
-    ASSERT_TRUE(run_until([] { return download_pending_count() == 0 && !download_in_progress(); }));
-    platform.set_time(now - now % 86400 + 64804);
-    timer_tick();
-    EXPECT_EQ(initiate_content_check, 0);
-    platform.advance(1);
-    timer_tick();
-    ASSERT_TRUE(run_until(playing("r0,c-7*0,Playing,welcome.mpg,1")));
-    EXPECT_EQ(content_check_timer, 86400 - 64805 + 5);
-    Texts sets = PlayerSim::requests(kSnmpSetType);
-    EXPECT_THAT(Texts(sets.begin() + 2, sets.end()), ElementsAreArray(starts(0, 1) + starts(0, 0)));
-    EXPECT_EQ(CmsSim::requests("/content.xml").size(), 1u);
 }
 
 }  // namespace
