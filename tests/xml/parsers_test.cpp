@@ -269,7 +269,7 @@ TEST_F(Parsers, OtherDocuments)
 
     ASSERT_EQ(dA_ParseDLRequest(file_with("<dlrequest allow='1' reason='x'>ok</dlrequest>")), 0);
     EXPECT_EQ(fields(dA_IsDLRequestValid(), dA_DLRequest()->allow), "1,1");
-    EXPECT_EQ(dA_ParseDLRequest(file_with("<dlrequest><why/></dlrequest>")) + dA_ParseDLRequest(file_with("<a allow='1'/>")), -2);
+    for (const char* doc : {"<dlrequest><why/></dlrequest>", "<a allow='1'/>"}) EXPECT_EQ(dA_ParseDLRequest(file_with(doc)), -1) << doc;
     EXPECT_EQ(fields(dA_IsDLRequestValid(), dA_DLRequest()->allow), "0,1");
 
     ASSERT_EQ(channel("<c id='x'><timezone tz='2'/></c>") + content("<content><playlist/></content>"), 0);
