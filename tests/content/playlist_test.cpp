@@ -7,7 +7,6 @@
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 #include "core/text.h"
 #include "support/record_text.h"
@@ -19,35 +18,11 @@ DRAVIK_CONTENT content;  // static storage: tens of kilobytes
 
 std::string expected(const std::string& name) { return sandbox::read_file(std::string(EXPECTED_DIR) + "/" + name); }
 
-// Files a.mpg, b.jpg, page.html, "clip two.mpg". Playlists: 0 empty; 1 of mixed types
-// (-1 unknown, 2 a web page); 2 whose second item names a file one past the document's;
-// 3 an item without a file. Layout 0 is bare; layout 1 has three pages and four files,
-// one of an unknown type.
+// playlists.xml, parsed.
 void make_content()
 {
-    content = {};
-    copy_text(content.id, "3f2a");
-    for (const char* name : {"a.mpg", "b.jpg", "page.html", "clip two.mpg"}) {
-        content.files[content.filecount].findex = content.filecount;
-        copy_text(content.files[content.filecount++].fname, name);
-    }
-    const std::vector<std::vector<DRAVIK_PLAYLIST_ITEM>> playlists = {
-        {}, {{0, 0, 0}, {-1, 2, 5}, {1, 1, 10}, {2, 2, 7}, {0, 3, 0}}, {{0, 0, 0}, {0, 4, 0}, {1, 1, 10}}, {{0, -1, 0}}};
-    for (const auto& items : playlists) {
-        DRAVIK_PLAYLIST& p = content.playlists[content.plcount];
-        p.pindex = content.plcount++;
-        for (const auto& it : items) p.PlItems[p.itemCount++] = it;
-    }
-    content.layoutcount = 2;
-    DRAVIK_LAYOUT& lo = content.layouts[1];
-    lo.plItemCount = 3;
-    copy_text(lo.layoutPLItems[0].url, "http://cms.example/board.html?a=1&b=2");
-    copy_text(lo.layoutPLItems[1].url, "http://cms.example/second.html");
-    lo.fileCount = 4;
-    lo.layoutFiles[0] = {0, 0};
-    lo.layoutFiles[1] = {1, 1};
-    lo.layoutFiles[2] = {7, 3};
-    lo.layoutFiles[3] = {2, 2};
+    ASSERT_EQ(dA_ParseContent(DOCUMENT), 0);
+    content = *dA_Content();
 }
 
 TEST(Playlist, FilesAreWrittenByteForByte)
