@@ -174,55 +174,73 @@ TEST_F(Downloads, QueueHoldsWhatTheDiskLacksPriorityFilesFirstAndReversed)
                                       "md5sum /mnt/hd4/html/browser/up.html"));
 }
 
-TEST_F(Downloads, StartTakesTheFirstFileThatFitsWithTheMarginAndFillsItsAddress)
+// A download check from the queue alone: the file a start takes (the first that fits with
+// the margin kept), its address, and what the check does about the start.
+TEST_F(Downloads, CheckStartsTheFirstFileThatFitsAndActsOnTheStart)
 {
     const int failed = -1;
     const struct {
         const char* why;
-        std::vector<std::pair<const char*, int>> queue;  // name, KB (0 unknown)
+        std::vector<std::pair<const char*, int>> queue;  // name, KB (0 unknown, failed)
         int server, code;                                // the transfer before
-        START_DL_STATUS dlstat;
-        int after;                  // -2: as before
+        bool active, pending;  // a transfer in hand; call home and cleanup put off
+        int tried_cleanup;
+        std::vector<int> outcome;   // as check() gives it
         const char* url = nullptr;  // of the file taken, if one is
         const char* fname = nullptr;
         int media_index = 0;
     } rows[] = {
-        // Tokens replaced at their first place only, in the order MAC, FILE, DCMSERVER.
-        {"unknown size, whatever the room", {{"b.jpg", 0}}, 1, 1, DL_STARTED, -1,
+        // Tokens replaced at their first place only, in the order MAC, FILE, DCMSERVER; an
+        // unknown size always asks for a cleanup.
+        {"unknown size, whatever the room", {{"b.jpg", 0}}, 1, 1, false, false, 0, {1, 1, 0, 0, 0, 1, 0, 0, 0, 0, 10},
          "http://cms.example:8080/m/001A2B3C4D5E/b.jpg?again=$FILE$&$MAC$", "b.jpg", 2},
-        {"margin kept exactly", {{"my c $MAC$.mp4", fit}}, 0, 134, DL_STARTED, after(fit),
-         "http://media.example/my+c+$MAC$.mp4", "my c $MAC$.mp4", 0},
-        {"one KB over the margin", {{"d.mp4", fit + 1}}, 0, 0, DL_OUT_OF_MEMORY, -2},
-        {"too big skipped", {{"d.mp4", fit + 1}, {"sub/e f.jpg", 4}}, 0, 0, DL_STARTED, after(4),
+        {"room to spare", {{"a.mp4", 4}}, 0, 0, false, false, 0, {1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 10}, "http://media.example/a.mp4", "a.mp4"},
+        {"margin kept exactly, below the trigger", {{"my c $MAC$.mp4", fit}}, 0, 134, false, false, 0,
+         {1, 1, 0, 0, 0, 1, 0, 0, 0, 0, 10}, "http://media.example/my+c+$MAC$.mp4", "my c $MAC$.mp4"},
+        {"too big skipped", {{"d.mp4", fit + 1}, {"sub/e f.jpg", 4}}, 0, 0, false, false, 0, {1, 2, 0, 0, 0, 0, 0, 0, 0, 0, 10},
          "http://media.example/sub/e+f.jpg", "e f.jpg", 2},
-        // Deliberately, the outcome depends on the last file looked at.
-        {"failed after too big", {{"d.mp4", fit + 1}, {"f.mp4", failed}}, 0, 0, DL_TOO_MANY_ERRORS, -2},
-        {"too big after failed", {{"f.mp4", failed}, {"d.mp4", fit + 1}}, 0, 0, DL_OUT_OF_MEMORY, -2},
+        {"beyond the content's servers", {{"g.mp4", 4}}, 2, 0, false, false, 0, {1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 10}, "", "g.mp4"},
+        {"busy", {{"a.mp4", 4}}, 0, 255, false, false, 0, {1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 10}},
+        {"queue empty", {}, 0, 0, false, false, 0, {0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0}},
+        {"one KB over the margin: a cleanup first", {{"d.mp4", fit + 1}}, 0, 0, false, false, 0, {0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 10}},
+        {"too big after a cleanup", {{"d.mp4", fit + 1}}, 0, 0, false, false, 1, {0, 1, 0, 1, 0, 0, 0, 1, 0, 1, 0}},
         // A size read from 32 bits with the sign: 2 GiB and more never fit.
-        {"4 GiB less a KB", {{"huge.ts", 4 * 1024 * 1024 - 1}}, 0, 0, DL_OUT_OF_MEMORY, -2},
-        {"beyond the content's servers", {{"g.mp4", 4}}, 2, 0, DL_STARTED, after(4), "", "g.mp4", 0},
+        {"4 GiB less a KB", {{"huge.ts", 4 * 1024 * 1024 - 1}}, 0, 0, false, false, 1, {0, 1, 0, 1, 0, 0, 0, 1, 0, 1, 0}},
+        {"every file failed", {{"f.mp4", failed}}, 0, 0, false, false, 0, {0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 0}},
+        // Deliberately, the outcome depends on the last file looked at.
+        {"failed after too big", {{"d.mp4", fit + 1}, {"f.mp4", failed}}, 0, 0, false, false, 1, {0, 2, 0, 0, 1, 0, 0, 1, 0, 1, 0}},
+        {"too big after failed", {{"f.mp4", failed}, {"d.mp4", fit + 1}}, 0, 0, false, false, 1, {0, 2, 0, 1, 0, 0, 0, 1, 0, 1, 0}},
+        // Put-off work is handed back only between transfers, the log's trigger left standing.
+        {"pending work waits for the transfer", {{"a.mp4", 4}}, 0, 255, true, true, 0, {0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 10}},
+        {"pending work handed back, nothing started", {{"a.mp4", 4}}, 0, 0, false, true, 0, {0, 0, 0, 0, 1, 1, 0, 0, 1, 0, 10}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
         download_clear_download_list();
         for (const auto& [name, kb] : row.queue) queue(name, kb == failed ? 4 : kb, 0, kb == failed, row.server);
+        if (row.active) {
+            START_DL_RESULT r{};
+            download_start(&r, nullptr);
+            settle();
+        }
         status.code = row.code;
-        START_DL_RESULT r{};
-        download_start(&r, pre_download_start);
-        EXPECT_EQ(fields(r.dlstat, r.free_space_before, r.free_space_after, download_in_progress()),
-                  fields(row.dlstat, free_pct, row.after == -2 ? free_pct : row.after, row.url ? 1 : 0));
+        EXPECT_EQ(check(row.pending, row.tried_cleanup), row.outcome);
+        EXPECT_EQ(initiate_send_log, row.pending ? 1 : 0);
+        EXPECT_EQ(download_in_progress(), row.url || row.active ? 1 : 0);
         if (row.url) {
             EXPECT_EQ(listSize(XLIST), static_cast<int>(row.queue.size()));  // queued until done
             settle();
-            EXPECT_EQ(fields(status.url, status.fname, status.auth, status.media_index),
-                      fields(row.url, row.fname, "", row.media_index));
+            EXPECT_EQ(fields(status.url, status.fname, status.auth, status.media_index), fields(row.url, row.fname, "", row.media_index));
         }
+        clear_active_download();
     }
+    initiate_call_home_pending = initiate_cleanup_pending = initiate_send_log = 0;
 
     // The hook is asked once the file is chosen.
     START_DL_RESULT r{};
     download_start(&r, [](char*, unsigned long long) { return 1; });
-    EXPECT_EQ(fields(r.dlstat, r.free_space_after, download_in_progress()), fields(DL_DENIED_BY_CALLER, after(4), 0));
+    EXPECT_EQ(fields(r.dlstat, r.free_space_before, r.free_space_after, download_in_progress()),
+              fields(DL_DENIED_BY_CALLER, free_pct, after(4), 0));
 
     // An address that would outgrow the URL keeps its token; nothing overflows.
     std::string address = "$MAC$$FILE$" + std::string(233, 'x') + "$DCMSERVER$", name(255, 'n');
@@ -233,46 +251,7 @@ TEST_F(Downloads, StartTakesTheFirstFileThatFitsWithTheMarginAndFillsItsAddress)
     download_start(&r, nullptr);
     settle();
     EXPECT_EQ(status.url, "001A2B3C4D5E" + name + std::string(233, 'x') + "$DCMSERVER$");
-}
-
-TEST_F(Downloads, CheckActsOnTheStartAndHandsBackPendingWorkOnlyBetweenTransfers)
-{
-    const int none = -2, failed = -1;
-    const struct {
-        const char* why;
-        int kb, code;          // the file queued, the transfer before
-        bool active, pending;  // a transfer in hand; call home and cleanup put off
-        int tried_cleanup;
-        std::vector<int> outcome;  // as check() gives it
-    } rows[] = {
-        {"started with room to spare", 4, 0, false, false, 0, {1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 10}},
-        {"started below the trigger", fit, 0, false, false, 0, {1, 1, 1, 0, 0, 1, 0, 0, 0, 0, 10}},
-        {"started with an unknown size", 0, 0, false, false, 0, {1, 1, 1, 0, 0, 1, 0, 0, 0, 0, 10}},
-        {"busy", 4, 255, false, false, 0, {1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 10}},
-        {"queue empty", none, 0, false, false, 0, {0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0}},
-        {"too big: a cleanup first", fit + 1, 0, false, false, 0, {0, 1, 1, 0, 0, 1, 0, 0, 0, 1, 10}},
-        {"too big after a cleanup", fit + 1, 0, false, false, 1, {0, 1, 1, 1, 0, 0, 0, 1, 0, 1, 0}},
-        {"every file failed", failed, 0, false, false, 0, {0, 1, 1, 0, 1, 0, 0, 1, 0, 0, 0}},
-        // The log's trigger is left standing by the hand-back.
-        {"pending work waits for the transfer", 4, 255, true, true, 0, {0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 10}},
-        {"pending work handed back, nothing started", 4, 0, false, true, 0, {0, 0, 0, 0, 1, 1, 0, 0, 1, 0, 10}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        download_clear_download_list();
-        if (row.kb != none) queue("a.mp4", row.kb == failed ? 4 : row.kb, 1, row.kb == failed);
-        if (row.active) {
-            START_DL_RESULT r{};
-            download_start(&r, nullptr);
-            settle();
-        }
-        status.code = row.code;
-        EXPECT_EQ(check(row.pending, row.tried_cleanup), row.outcome);
-        EXPECT_EQ(initiate_send_log, row.pending ? 1 : 0);
-        if (download_in_progress() && status.code != 255) settle();
-        clear_active_download();
-    }
-    initiate_call_home_pending = initiate_cleanup_pending = initiate_send_log = 0;
+    clear_active_download();
 
     // Once a transfer's code is final the manager may fill in the next request while the
     // thread still moves its file into place and remounts: the thread works on its own copy
