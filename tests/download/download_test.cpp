@@ -114,48 +114,15 @@ protected:
     std::function<int(int)> after;  // percent free after a file of that many KB
 };
 
+// queue.xml's files against the disk.
 TEST_F(Downloads, QueueHoldsWhatTheDiskLacksPriorityFilesFirstAndReversed)
 {
-    const struct {
-        const char* name;
-        int type;
-        std::uint32_t fsize;
-        const char *md5, *on_disk;  // nullptr: missing
-    } files[] = {
-        {"a.mp4", 0, 2, "", "ab"},               // 0: complete by size alone
-        {"b.mp4", 0, 2, "", "abc"},              // 1: wrong size
-        {"page.html", 2, 6, "b194", "hello\n"},  // 2: size and the digest's first four characters
-        {"old.html", 2, 6, "ffff", "hello\n"},   // 3: digest differs
-        {"up.html", 2, 6, "B194", "hello\n"},    // 4: the same digest in upper case
-        {"c.jpg", 1, 10, "", nullptr},           // 5: playlist 0
-        {"d.jpg", 3, 10, "", nullptr},           // 6: layout 0
-        {"e.mp4", 0, 10, "", nullptr},           // 7
-        {"dir/f.mp4", 0, 10, "", nullptr},       // 8: playlist 0
-    };
     std::system("rm -rf /mnt/hd4/video/* /mnt/hd4/html/browser/*");
-    content.filecount = std::size(files);
-    for (int i = 0; i < content.filecount; ++i) {
-        content.files[i] = {i, files[i].type, 0, {}, files[i].fsize, {}, {}};
-        std::strcpy(content.files[i].fname, files[i].name);
-        std::strcpy(content.files[i].md5, files[i].md5);
-        if (files[i].on_disk)
-            sandbox::write_file((files[i].type == 2 ? "/mnt/hd4/html/browser/" : "/mnt/hd4/video/") +
-                                    std::string(files[i].name), files[i].on_disk);
-    }
-    // Playlist 3 names a file the content lacks; layout 0 is the current one.
-    const std::vector<std::vector<int>> playlists = {{5, 0, 8}, {0, 2, 4}, {}, {150}}, layouts = {{6, 2}, {2}};
-    content.plcount = playlists.size();
-    for (int p = 0; p < content.plcount; ++p) {
-        content.playlists[p].itemCount = playlists[p].size();
-        for (std::size_t i = 0; i < playlists[p].size(); ++i) content.playlists[p].PlItems[i].findex = playlists[p][i];
-    }
-    content.layoutcount = layouts.size();
-    for (int l = 0; l < content.layoutcount; ++l) {
-        content.layouts[l].fileCount = layouts[l].size();
-        for (std::size_t i = 0; i < layouts[l].size(); ++i) content.layouts[l].layoutFiles[i].findex = layouts[l][i];
-    }
-    std::strcpy(content.id, "content-7");
-
+    sandbox::write_file("/mnt/hd4/video/a.mp4", "ab");
+    sandbox::write_file("/mnt/hd4/video/b.mp4", "abc");
+    for (const char* page : {"page.html", "old.html", "up.html"}) sandbox::write_file(std::string("/mnt/hd4/html/browser/") + page, "hello\n");
+    ASSERT_EQ(dA_ParseContent(QUEUE), 0);
+    content = *dA_Content();
     PL_EVENT ev{0, 0, 0, 0};
     CONTENT_DL_STATUS dls;
     EXPECT_EQ(content_process_downloads(&content, &ev, &dls), 6);
