@@ -68,19 +68,21 @@ TEST(PlayerSim, GarbledMessagesAreLoggedAndIgnored)
     EXPECT_EQ(PlayerSim::command("--notify copy-start", &out), 1) << "none runs yet";
     EXPECT_NE(out.find("no running player-sim"), std::string::npos) << out;
     PlayerSim sim;
-    auto bytes = [](int a, int b) { return std::string(reinterpret_cast<const char*>(&a), 4) + std::string(reinterpret_cast<const char*>(&b), 4); };
-    ASSERT_TRUE(queues::post(kBridgeRequestKey, kSnmpGetType, kOid + "3.1.8.0"));  // short
-    ASSERT_TRUE(queues::post(kBridgeRequestKey, 5, padded(kOid + "3.1.8.0")));     // wrong type
-    ASSERT_TRUE(queues::post(kBridgeRequestKey, kSnmpGetType, std::string(kSnmpTextSize, 'x')));
-    ASSERT_TRUE(queues::post(kBridgeRequestKey, kSnmpGetType, padded(kOid + "3.1.8.0\x1b[2J")));
-    ASSERT_TRUE(queues::post(kPlayerQueueKey, kPlayerMsgType, "abc"));
-    ASSERT_TRUE(queues::post(kPlayerQueueKey, kPlayerMsgType, bytes(500, 0)));
-    ASSERT_TRUE(queues::post(kPlayerQueueKey, kPlayerMsgType, bytes(FW_UPGRADE_DONE, 0)));
-    // The agent's notifications (type 31) are left where they are.
-    ASSERT_TRUE(queues::post(kNotifyQueueKey, kUsbNotifyType, bytes(USB_CALL_NOW, 0).substr(0, 4)));
-    ASSERT_TRUE(queues::post(kNotifyQueueKey, 7, std::string(64, '\0')));
+    // A request too short, of a wrong type, or not text; a player message too short, or of
+    // an unknown command; a message of another type on the notification queue, where the
+    // agent's own (type 31) are left; lines of the control file it cannot read.
+    auto bytes = [](int a) { return std::string(reinterpret_cast<const char*>(&a), 4) + std::string(4, '\0'); };
+    for (const auto& [key, type, text] : {std::tuple{kBridgeRequestKey, long{kSnmpGetType}, kOid + "3.1.8.0"},
+                                          {kBridgeRequestKey, 5L, padded(kOid + "3.1.8.0")},
+                                          {kBridgeRequestKey, long{kSnmpGetType}, std::string(kSnmpTextSize, 'x')},
+                                          {kBridgeRequestKey, long{kSnmpGetType}, padded(kOid + "3.1.8.0\x1b[2J")},
+                                          {kPlayerQueueKey, long{kPlayerMsgType}, std::string("abc")},
+                                          {kPlayerQueueKey, long{kPlayerMsgType}, bytes(500)},
+                                          {kPlayerQueueKey, long{kPlayerMsgType}, bytes(FW_UPGRADE_DONE)},
+                                          {kNotifyQueueKey, long{kUsbNotifyType}, bytes(USB_CALL_NOW).substr(0, 4)},
+                                          {kNotifyQueueKey, 7L, std::string(64, '\0')}})
+        ASSERT_TRUE(queues::post(key, type, text));
     sandbox::write_file("/tmp/player-sim.ctl", "hello\nnotify 99999999999 0\n");
-
     for (auto [line, count] : {std::pair{"drop key=control", 2}, {"drop key=1235", 4}, {"drop key=1234", 2},
                                {"recv key=1234 type=2 len=8 cmmd=13 name=FW_UPGRADE_DONE", 1}, {"drop key=1240 type=7 len=64", 1}})
         EXPECT_TRUE(sim.wait_for(line, count)) << line << "\n" << sandbox::read_file(PlayerSim::kLog);
