@@ -248,7 +248,8 @@ TEST_F(Downloads, CheckStartsTheFirstFileThatFitsAndActsOnTheStart)
 // tried again until the queue is rebuilt.
 TEST_F(Downloads, TransfersRunToTheirEndAndArrivedFilesAreCheckedAgain)
 {
-    CmsSim cms({"--fault", "/m/*/slow-*", "rate=4k", "--fault", "/m/*/long.mp4", "extra=1000"});
+    CmsSim cms({"--fault", "/m/*/slow-*", "rate=4k", "--fault", "/m/*/long.mp4", "extra=1000", "--fault", "/m/*/login.mp4",
+                "status=401", "--fault", "/m/*/stuck.mp4", "stall=100"});
     CmsSim::pace_transfers(platform);
     std::strcpy(call_home_address, CmsSim::url("").c_str());
     const std::string page = "<html><body>Opening hours: 9 to 5</body></html>\n", body(8192, 'w');
@@ -279,6 +280,10 @@ TEST_F(Downloads, TransfersRunToTheirEndAndArrivedFilesAreCheckedAgain)
          [] { CmsSim::put("/m/001A2B3C4D5E/slow-gone.mp4", ""); }, {3, 1, 1, 0, 1, 0, 0, 1, 0, 0, 10}, 134, 0, 1},
         {"the temporary file vanishes", "slow-temp.mp4", 0, 8192, "", true, true, [&] { unlink(temp.c_str()); },
          {2, 0, 0, 0, 1, 0, 1, 1, 0, 0, 10}, 0, 0, 1},
+        // The error each way a transfer fails gives, as the status reports it.
+        {"a body under 32 bytes", "short.mp4", 0, 20, "", true, true, nullptr, {3, 1, 1, 0, 1, 0, 0, 1, 0, 0, 10}, 132, 0, -1},
+        {"a login wanted", "login.mp4", 0, 8192, "", true, true, nullptr, {3, 1, 1, 0, 1, 0, 0, 1, 0, 0, 10}, 133, 0, -1},
+        {"stalled for good", "stuck.mp4", 0, 8192, "", true, true, nullptr, {3, 1, 1, 0, 1, 0, 0, 1, 0, 0, 10}, 134, 0, -1},
         {"the server has no such file", "gone.mp4", 0, 8192, "", true, true, nullptr, {3, 1, 1, 0, 1, 0, 0, 1, 0, 0, 10},
          134, 0, -1},
         {"the failed file is not tried again", "gone.mp4", 0, 8192, "", false, false, nullptr,
@@ -290,7 +295,8 @@ TEST_F(Downloads, TransfersRunToTheirEndAndArrivedFilesAreCheckedAgain)
         SCOPED_TRACE(row.why);
         sandbox::set_writable(4, true);
         std::system("rm -rf /mnt/hd4/video/* /mnt/hd4/html/browser/*");
-        if (std::string(row.name) != "gone.mp4") CmsSim::put("/m/001A2B3C4D5E/" + std::string(row.name), row.type == 2 ? page : body);
+        const std::string name = row.name;
+        if (name != "gone.mp4") CmsSim::put("/m/001A2B3C4D5E/" + name, row.type == 2 ? page : name == "short.mp4" ? std::string(20, 's') : body);
         // The content names the file on server 1, in the playlist scheduled now.
         content.filecount = content.plcount = content.playlists[0].itemCount = 1;
         content.layoutcount = content.playlists[0].PlItems[0].findex = 0;
