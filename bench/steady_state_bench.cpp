@@ -1,12 +1,11 @@
 // Heap allocations (and time) of the agent in its steady state: a main-loop pass with
-// nothing due, and a content check while the player already plays what the schedule
-// asks for (the check asks the player, rebuilds the download queue, finds nothing to
-// do). player-sim answers for the player on the real queues, so run it in the sandbox
-// (tools/bench); the media are tiny files on the sandbox's /mnt/hd4.
+// nothing due, and a content check while the player already plays what the schedule asks
+// for (the check asks the player, rebuilds the download queue, finds nothing to do).
+// player-sim answers for the player on the real queues, so run it in the sandbox
+// (tools/footprint); the media are tiny files on the sandbox's /mnt/hd4.
 #include <benchmark/benchmark.h>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <signal.h>
@@ -16,12 +15,12 @@
 #include <thread>
 
 #include "actions/config.h"
+#include "agent/agent.h"
 #include "content/current_item.h"
-#include "content/player_state.h"
-#include "core/agent.h"
 #include "core/timer.h"
 #include "counting.h"
 #include "download/download.h"
+#include "schedule/player_state.h"
 #include "storage/pelk_file.h"
 #include "xml/dravikAPI.h"
 
@@ -32,42 +31,17 @@ namespace {
 using counting::measure;
 counting::Quiet quiet;
 
-// One playlist of two videos scheduled every day for years; the default is the same.
-constexpr const char* kDocument = R"(<content id="c-steady" name="Steady">
-  <servers><server_item id="0" addr="http://127.0.0.1:8080/media/$FILE$"/></servers>
-  <playlist pindex="0" name="Loop"><pl_item type="video" findex="0"/><pl_item type="video" findex="1"/></playlist>
-  <files><f_item server_id="0" file="one.mpg" size="5"/><f_item server_id="0" file="two.mpg" size="5"/></files>
-  <schedule default_pindex="0"><sched_item pindex="0" lindex="-1" start="2020-01-01T00:00:00"
-    end="2037-01-01T00:00:00"/></schedule>
-</content>)";
-
-void write(const char* path, const char* text)
-{
-    std::ofstream(path) << text;
-}
-
-bool player_sim_ready()
-{
-    std::ifstream log("/tmp/player-sim.log");
-    std::string line;
-    while (std::getline(log, line))
-        if (line.find(" start pid=") != std::string::npos) return true;
-    return false;
-}
-
 void BM_MainLoopPassNothingDue(benchmark::State& state)
 {
-    measure(state, [] {}, [] { agent_main_loop_pass(); }, [] {});
+    measure(state, [] {}, agent_main_loop_pass, [] {});
 }
 
 void BM_ContentCheckAlreadyPlaying(benchmark::State& state)
 {
-    measure(
-        state, [] { initiate_content_check = 1; }, [] { agent_main_loop_pass(); },
-        [&] {
-            if (initiate_content_check != 0) state.SkipWithError("the pass left the check standing");
-            if (!gPlayerState.scheduled_pl_active) state.SkipWithError("the playlist is not playing");
-        });
+    measure(state, [] { initiate_content_check = 1; }, agent_main_loop_pass, [&] {
+        if (initiate_content_check != 0) state.SkipWithError("the pass left the check standing");
+        if (!gPlayerState.scheduled_pl_active) state.SkipWithError("the playlist is not playing");
+    });
 }
 
 BENCHMARK(BM_MainLoopPassNothingDue)->Unit(benchmark::kMicrosecond);
@@ -77,9 +51,16 @@ BENCHMARK(BM_ContentCheckAlreadyPlaying)->Unit(benchmark::kMicrosecond);
 
 int main(int argc, char** argv)
 {
+    // One playlist of two videos scheduled every day for years; the default is the same.
     remount_fs(4, 1);
-    for (const char* f : {"/mnt/hd4/video/one.mpg", "/mnt/hd4/video/two.mpg"}) write(f, "12345");
-    write("/tmp/dacontent.xml", kDocument);
+    for (const char* f : {"/mnt/hd4/video/one.mpg", "/mnt/hd4/video/two.mpg"}) std::ofstream(f) << "12345";
+    std::ofstream("/tmp/dacontent.xml") << R"(<content id="c-steady" name="Steady">
+  <servers><server_item id="0" addr="http://127.0.0.1:8080/media/$FILE$"/></servers>
+  <playlist pindex="0" name="Loop"><pl_item type="video" findex="0"/><pl_item type="video" findex="1"/></playlist>
+  <files><f_item server_id="0" file="one.mpg" size="5"/><f_item server_id="0" file="two.mpg" size="5"/></files>
+  <schedule default_pindex="0"><sched_item pindex="0" lindex="-1" start="2020-01-01T00:00:00"
+    end="2037-01-01T00:00:00"/></schedule>
+</content>)";
     if (dA_ParseContent("/tmp/dacontent.xml") != 0) {
         std::fprintf(stderr, "steady_state_bench: the document does not parse\n");
         return 1;
@@ -98,17 +79,21 @@ int main(int argc, char** argv)
         std::perror("steady_state_bench: player-sim");
         return 1;
     }
-    for (int i = 0; i < 100 && !player_sim_ready(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    auto ready = [] {
+        std::ifstream log("/tmp/player-sim.log");
+        for (std::string line; std::getline(log, line);)
+            if (line.find(" start pid=") != std::string::npos) return true;
+        return false;
+    };
+    for (int i = 0; i < 100 && !ready(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
 
     seam::install(&quiet);
     // The first check starts the playlist; every later one finds it playing.
     process_content_check(&currentContent);
     initiate_content_check = initiate_post_status = initiate_download_check = 0;
-
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     kill(sim, SIGTERM);
     waitpid(sim, nullptr, 0);
-    return 0;
 }

@@ -8,8 +8,6 @@
 #include <sys/stat.h>
 
 #include "actions/config.h"
-#include "content/content.h"
-#include "content/player_state.h"
 #include "content/playlist.h"
 #include "core/seam.h"
 #include "core/text.h"
@@ -17,6 +15,8 @@
 #include "core/usb_xapp.h"
 #include "download/download.h"
 #include "download/wget.h"
+#include "schedule/content.h"
+#include "schedule/player_state.h"
 #include "storage/cleanup.h"
 #include "storage/pelk_file.h"
 

@@ -6,7 +6,7 @@
 //   da_CreatePlayerXMLStatus, perform_post_status, make_time_stamp
 #include <ctime>
 
-#include "content/player_state.h"
+#include "schedule/player_state.h"
 #include "xml/dravikAPI.h"
 
 void process_post_status(const char* server, const char* mac, DRAVIK_CONTENT* pContent,

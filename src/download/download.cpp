@@ -4,11 +4,11 @@
 #include <cstring>
 #include <strings.h>
 
-#include "content/player_state.h"
 #include "core/text.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "download/wget.h"
+#include "schedule/player_state.h"
 #include "storage/cleanup.h"
 #include "storage/pelk_file.h"
 

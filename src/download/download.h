@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <pthread.h>
 
-#include "content/content.h"
 #include "list/list.h"
+#include "schedule/content.h"
 #include "xml/dravikAPI.h"
 
 struct DOWNLOAD_ITEM {

@@ -22,6 +22,7 @@ int value_length;
 int input_char;  // one byte of push-back, 0 when empty
 xt_getchar_fn input_getchar;
 bool input_ended;  // the callback has returned 0: the document is over
+long input_offset;  // bytes the callback has given since xt_initialize
 int (*c_scan)(void);  // the scanner the next xt_get_token runs
 int got_tail;         // a section scanner has seen its closing sequence
 int entity_decl_quotes;  // double quotes seen so far in the current entity declaration
@@ -52,6 +53,7 @@ inline int read_input()
     if (input_ended) return 0;
     int c = input_getchar == myFileGetChar ? file_getchar() : input_getchar();
     if (c == 0) input_ended = true;
+    else ++input_offset;
     return c;
 }
 
@@ -372,6 +374,7 @@ void xt_initialize(xt_getchar_fn getchar_callback)
     input_char = 0;
     got_tail = 0;
     input_ended = false;
+    input_offset = 0;
 }
 
 int xt_get_token(void)
@@ -399,6 +402,8 @@ char* xt_get_value(void)
 }
 
 int xt_resolve_entity(const char*, int) { return 0; }
+
+long xt_input_offset(void) { return input_offset - (input_char != 0 ? 1 : 0); }
 
 int myFileGetChar(void) { return file_getchar(); }
 

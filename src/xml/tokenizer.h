@@ -5,6 +5,7 @@
 //   xt_initialize(getchar)      start a document read through `getchar`
 //   xt_get_token()              the next token's kind (XT_* below)
 //   xt_get_tag_name/attr_name/value   the current token's text, terminated
+//   xt_input_offset()           how far into its input the tokenizer has read
 //   getStringVal, getIntVal ... the element content after a start tag, typed
 //   getAttribute...Val          the current attribute's value, typed
 //   myFileGetChar, xml          characters from a FILE through a 1,024-byte buffer
@@ -49,6 +50,10 @@ char* xt_get_attr_name(void);
 char* xt_get_value(void);
 // The hook for entity names beyond the five predefined ones: knows none, returns 0.
 int xt_resolve_entity(const char* name, int length);
+// Where the tokenizer stands in its input: the bytes taken since xt_initialize, less
+// one held pushed back. When a parser gives up, that is where it stopped; at the end
+// of the input, where the input ended (at a NUL byte: its offset).
+long xt_input_offset(void);
 
 // The file reader behind myFileGetChar.
 struct XML_READER {

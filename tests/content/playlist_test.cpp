@@ -4,126 +4,83 @@
 
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <initializer_list>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "core/text.h"
+#include "support/record_text.h"
 #include "support/sandbox.h"
 
 namespace {
 
 DRAVIK_CONTENT content;  // static storage: tens of kilobytes
 
-std::string expected(const std::string& name)
+std::string expected(const std::string& name) { return sandbox::read_file(std::string(EXPECTED_DIR) + "/" + name); }
+
+// playlists.xml, parsed.
+void make_content()
 {
-    std::string path = std::string(EXPECTED_DIR) + "/" + name;
-    EXPECT_TRUE(sandbox::exists(path)) << path;
-    return sandbox::read_file(path);
+    ASSERT_EQ(dA_ParseContent(DOCUMENT), 0);
+    content = *dA_Content();
 }
 
-class Playlist : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        std::system("rm -rf /tmp/playlists /tmp/currentpl /tmp/currentlo");
-        mkdir("/tmp/playlists", 0755);
-        content = {};
-        copy_text(content.id, "3f2a");
-        for (const char* name : {"a.mpg", "b.jpg", "page.html", "clip two.mpg"}) {
-            DRAVIK_FILE_ITEM& f = content.files[content.filecount];
-            f.findex = content.filecount++;
-            copy_text(f.fname, name);
-        }
-        // Playlists 0 to 3: empty; mixed types (-1 unknown, 2 a web page); one whose
-        // second item names a file one past the document's; one item without a file.
-        add_playlist({});
-        add_playlist({{0, 0, 0}, {-1, 2, 5}, {1, 1, 10}, {2, 2, 7}, {0, 3, 0}});
-        add_playlist({{0, 0, 0}, {0, 4, 0}, {1, 1, 10}});
-        add_playlist({{0, -1, 0}});
-
-        // Layout 0 is bare; layout 1 has three pages and four files, one of an unknown type.
-        content.layoutcount = 2;
-        DRAVIK_LAYOUT& lo = content.layouts[1];
-        lo.plItemCount = 3;
-        copy_text(lo.layoutPLItems[0].url, "http://cms.example/board.html?a=1&b=2");
-        copy_text(lo.layoutPLItems[1].url, "http://cms.example/second.html");
-        lo.fileCount = 4;
-        lo.layoutFiles[0] = {0, 0};
-        lo.layoutFiles[1] = {1, 1};
-        lo.layoutFiles[2] = {7, 3};
-        lo.layoutFiles[3] = {2, 2};
-    }
-
-    static void add_playlist(std::initializer_list<DRAVIK_PLAYLIST_ITEM> items)
-    {
-        DRAVIK_PLAYLIST& p = content.playlists[content.plcount];
-        p.pindex = content.plcount++;
-        for (const auto& it : items) p.PlItems[p.itemCount++] = it;
-    }
-};
-
-TEST_F(Playlist, RamPlaylistsAreWrittenByteForByte)
+TEST(Playlist, FilesAreWrittenByteForByte)
 {
+    std::system("rm -rf /tmp/playlists /tmp/currentpl /tmp/currentlo && mkdir /tmp/playlists");
+    make_content();
     // Entries are numbered without gaps (an unknown type and a web page take no number)
     // and a picture carries its duration. A file index outside the document cuts the
-    // playlist short, with no LOOP line, and returns 0. A layout shows its first page only.
-    struct {
+    // playlist short without its LOOP line, as it always has, and returns 0; so does an
+    // item without a file, never reading before the table. A layout shows its first page.
+    const struct {
         int (*make)(int, int, DRAVIK_CONTENT*);
         int slot, index, ret;
         const char* file;
     } cases[] = {
-        {MakeRAMVideoPlaylist, 0, 0, 1, "video_empty"},       {MakeRAMVideoPlaylist, 1, 1, 1, "video_mixed"},
-        {MakeRAMVideoPlaylist, 1, 0, 1, "video_empty"},       {MakeRAMVideoPlaylist, 2, 2, 0, "video_cut"},
+        {MakeRAMVideoPlaylist, 0, 0, 1, "video_empty"},        {MakeRAMVideoPlaylist, 1, 1, 1, "video_mixed"},
+        {MakeRAMVideoPlaylist, 1, 0, 1, "video_empty"},        {MakeRAMVideoPlaylist, 2, 2, 0, "video_cut"},
         {MakeRAMLayoutPlaylist, 3, 1, 1, "layout_first_page"}, {MakeRAMLayoutPlaylist, 2, 0, 1, "layout_no_page"},
+        {MakeRAMVideoPlaylist, 3, 3, 0, nullptr},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.make(c.slot, c.index, &content), c.ret) << c.file;
-        EXPECT_EQ(sandbox::read_file("/tmp/playlists/r" + std::to_string(c.slot)), expected(c.file)) << c.file;
+        if (c.file) {
+            EXPECT_EQ(sandbox::read_file("/tmp/playlists/r" + std::to_string(c.slot)), expected(c.file)) << c.file;
+        }
     }
-    // An item without a file stops at once too, never reading before the table.
-    EXPECT_EQ(MakeRAMVideoPlaylist(3, 3, &content), 0);
-}
 
-TEST_F(Playlist, SideFilesListTheMediaInUse)
-{
-    EXPECT_STREQ(playlist_temp_playlist_filename(), "/tmp/currentpl");
-    EXPECT_STREQ(playlist_temp_layout_filename(), "/tmp/currentlo");
-    EXPECT_EQ(MakeTEMPPlaylist(1, &content), 1);
+    // The lists of the media in use, which the disk cleanup spares; a file index outside
+    // the document ends the list where it stands, and returns 0.
+    EXPECT_EQ(fields(playlist_temp_playlist_filename(), playlist_temp_layout_filename()), "/tmp/currentpl,/tmp/currentlo");
+    EXPECT_EQ(MakeTEMPPlaylist(1, &content) + MakeTEMPLayoutFileList(1, &content), 2);
     EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), expected("currentpl_mixed"));
-    EXPECT_EQ(MakeTEMPLayoutFileList(1, &content), 1);
     EXPECT_EQ(sandbox::read_file("/tmp/currentlo"), expected("currentlo"));
     EXPECT_EQ(MakeTEMPPlaylist(0, &content) + MakeTEMPLayoutFileList(0, &content), 2);
     EXPECT_EQ(sandbox::read_file("/tmp/currentpl") + sandbox::read_file("/tmp/currentlo"), "");
-
-    // A file index outside the document ends the list where it stands, and returns 0.
     EXPECT_EQ(MakeTEMPPlaylist(2, &content), 0);
     EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), "a.mpg\n");
     content.layouts[1].layoutFiles[1].findex = 4;
     EXPECT_EQ(MakeTEMPLayoutFileList(1, &content), 0);
     EXPECT_EQ(sandbox::read_file("/tmp/currentlo"), "a.mpg\n");
-    EXPECT_EQ(MakeTEMPPlaylist(3, &content), 0);
-    EXPECT_EQ(sandbox::read_file("/tmp/currentpl"), "");
 }
 
-TEST_F(Playlist, UnwritableFilesAndUnknownIndices)
+TEST(Playlist, UnwritableFilesAndUnknownIndices)
 {
-    // A RAM playlist that cannot be written reports done; a side file reports failure.
-    rmdir("/tmp/playlists");
+    make_content();
+    // Deliberately, a RAM playlist that cannot be written reports done, and a list of the
+    // media in use reports failure.
+    std::system("rm -rf /tmp/playlists /tmp/currentpl /tmp/currentlo && mkdir /tmp/currentpl /tmp/currentlo");
     EXPECT_EQ(MakeRAMVideoPlaylist(0, 1, &content) + MakeRAMLayoutPlaylist(2, 1, &content), 2);
-    mkdir("/tmp/currentpl", 0755);
-    mkdir("/tmp/currentlo", 0755);
     EXPECT_EQ(MakeTEMPPlaylist(1, &content) + MakeTEMPLayoutFileList(1, &content), 0);
 
     // An index the document does not have leaves the files as they were.
-    mkdir("/tmp/playlists", 0755);
+    std::system("mkdir /tmp/playlists && rmdir /tmp/currentpl");
     sandbox::write_file("/tmp/playlists/r0", "old");
     for (int bad : {-1, 4, kMaxPlaylists}) EXPECT_EQ(MakeRAMVideoPlaylist(0, bad, &content), 0);
     for (int bad : {-1, 2, kMaxLayouts}) EXPECT_EQ(MakeRAMLayoutPlaylist(0, bad, &content), 0);
-    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r0"), "old");
-    rmdir("/tmp/currentpl");
     EXPECT_EQ(MakeTEMPPlaylist(7, &content) + MakeTEMPLayoutFileList(-3, &content), 0);
+    EXPECT_EQ(sandbox::read_file("/tmp/playlists/r0"), "old");
     EXPECT_FALSE(sandbox::exists("/tmp/currentpl"));
 }
 

@@ -1,107 +1,55 @@
 #!/usr/bin/env bash
-# package_test.sh BUILD_DIR HOST_BUILD(ON|OFF)
-# Makes the build's Debian package, unpacks it into a scratch root with dpkg -x and
-# checks what an operator gets: exactly the agent and its service files, plus in a host
-# build the host tools with wget-compat as a wget for the agent alone; the declared
-# dependencies; the init script, run against a stand-in agent, starts it under its loop,
-# starts it again when it ends, and stops it with everything it started.
+# package_test.sh BUILD_DIR, inside tools/sandbox only: the host's two Debian packages, made
+# from BUILD_DIR, installed with dpkg into a throw-away copy of this system (an overlay over
+# / on a tmpfs, entered with chroot): enabled, started, restarted when the agent ends, then
+# removed (the agent stops) and purged, leaving no file behind and none of the system changed.
 set -euo pipefail
-build=$1 host_build=$2
-scratch=$build/package-test
-rm -rf "$scratch"
-mkdir -p "$scratch"
-trap 'rm -rf "$scratch"' EXIT
+build=$1 src=$(cd "$(dirname "$0")/../.." && pwd) scratch=/tmp/package-test
 fail() { echo "package_test: $*" >&2; exit 1; }
-
-cpack --config "$build/CPackConfig.cmake" -B "$scratch/out" > "$scratch/cpack.log" 2>&1 ||
-  { cat "$scratch/cpack.log"; fail "cpack failed"; }
-debs=("$scratch"/out/*.deb)
-[ ${#debs[@]} -eq 1 ] || fail "one package expected, got ${debs[*]}"
-deb=${debs[0]}
-
-# The control fields.
-field() { dpkg-deb -f "$deb" "$1"; }
-[ "$(field Package)" = signage-agent ] || fail "package name $(field Package)"
-case $host_build in
-  ON) arch=$(dpkg --print-architecture) ;;
-  *) arch=armhf ;;
-esac
-[ "$(field Architecture)" = "$arch" ] || fail "architecture $(field Architecture), not $arch"
-[ "$(basename "$deb")" = "signage-agent_$(field Version)_$arch.deb" ] || fail "file name $(basename "$deb")"
-depends=$(field Depends)
-needed=(libc6 libstdc++6 libgcc-s1 psmisc)
-if [ "$host_build" = ON ]; then needed+=(libcurl4); fi
-for d in "${needed[@]}"; do
-  [[ ", $depends," == *", $d "* || ", $depends," == *", $d,"* ]] || fail "Depends lacks $d: $depends"
-done
-[ "$(dpkg-deb -I "$deb" conffiles)" = /etc/init.d/signage-agent ] || fail "conffiles: $(dpkg-deb -I "$deb" conffiles)"
-
-# Exactly these files, in these places.
+[ -n "${SIGNAGE_SANDBOX:-}" ] || fail "runs only inside tools/sandbox"
+mount=$(PATH=/usr/bin:/bin type -P mount)  # the real one: the sandbox's stand-in only logs
+mkdir -p "$scratch" && "$mount" -t tmpfs -o size=1g package-test "$scratch"
+"$src/packaging/make-debs" "$build" "$(dpkg --print-architecture)" "$scratch/debs" > "$scratch/make-debs.log" 2>&1 ||
+  { cat "$scratch/make-debs.log"; fail "the packages were not made"; }
 root=$scratch/root
-dpkg -x "$deb" "$root"
-expected=(
-  ./etc/init.d/signage-agent
-  ./usr/lib/systemd/system/signage-agent.service
-  ./usr/sbin/signage-agent
-  ./usr/share/doc/signage-agent/README.md
-)
-if [ "$host_build" = ON ]; then
-  expected+=(./usr/bin/cms-sim ./usr/bin/player-sim ./usr/bin/schedule-inspect
-             ./usr/libexec/signage-agent/wget)
-fi
-got=$(cd "$root" && find . ! -type d | LC_ALL=C sort)
-want=$(printf '%s\n' "${expected[@]}" | LC_ALL=C sort)
-[ "$got" = "$want" ] || fail "files differ from the expected layout:
-$(diff <(echo "$want") <(echo "$got") || true)"
-for f in ./etc/init.d/signage-agent ./usr/sbin/signage-agent ./usr/bin/* ./usr/libexec/signage-agent/*; do
-  [ ! -e "$root/$f" ] || [ -x "$root/$f" ] || fail "$f is not executable"
-done
-if [ "$host_build" = ON ]; then
-  "$root/usr/libexec/signage-agent/wget" --help | grep -q "^usage:" || fail "the installed wget is not wget-compat"
-else
-  readelf -h "$root/usr/sbin/signage-agent" | grep -q "Machine:.*ARM" || fail "the agent is not an ARM program"
-fi
-
-unit=$root/usr/lib/systemd/system/signage-agent.service
-for line in ExecStart=/usr/sbin/signage-agent Restart=on-failure StandardOutput=journal \
-            "Environment=PATH=/usr/libexec/signage-agent:" WantedBy=multi-user.target; do
-  grep -q "^$line" "$unit" || fail "the unit lacks $line"
-done
-
-# The init script, with a stand-in for the agent and its output to a file.
-init=$scratch/init
-stand_in=$scratch/agent
-cat > "$stand_in" <<STANDIN
-#!/bin/sh
-echo "agent \$\$ started with PATH=\$PATH"
-echo \$\$ >> "$scratch/started"
-exec sleep 600
-STANDIN
-chmod 755 "$stand_in"
-sed -e "s|^DAEMON=.*|DAEMON=$stand_in|" -e "s|^PIDFILE=.*|PIDFILE=$scratch/pid|" \
-    -e "s|^RESTART_DELAY=.*|RESTART_DELAY=0|" -e "s|^LOGGER=.*|LOGGER=|" \
-    -e "s|^LOGFILE=.*|LOGFILE=$scratch/log|" "$root/etc/init.d/signage-agent" > "$init"
-sh -n "$init" || fail "the init script is no valid sh"
-
-started() {  # started N: the stand-in was started at least N times
-  [ -r "$scratch/started" ] && [ "$(wc -l < "$scratch/started")" -ge "$1" ]
+mkdir -p "$scratch/upper" "$scratch/work" "$root"
+"$mount" -t overlay -o lowerdir=/,upperdir="$scratch/upper",workdir="$scratch/work" package-test-root "$root"
+"$mount" -t proc proc "$root/proc"
+"$mount" --rbind /dev "$root/dev"
+"$mount" --rbind /mnt "$root/mnt"  # the sandbox's partitions, for the agent
+for d in run tmp; do "$mount" -t tmpfs "package-test-$d" "$root/$d"; done
+in_root() { chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"; }
+logged() { local log=$scratch/$1.log; shift; in_root "$@" > "$log" 2>&1 || { cat "$log"; fail "$* failed"; }; }
+printf '#!/bin/sh\nexit 0\n' > "$root/usr/sbin/policy-rc.d" && chmod 755 "$root/usr/sbin/policy-rc.d"  # may start
+rm -f "$root/var/lib/man-db/auto-update"
+[ ! -e "$root/run/systemd" ] || fail "the copy sees a running systemd"
+own_files() {  # what the copy holds of its own, dpkg's and caches' records and coverage counts aside
+  (cd "$scratch/upper" && find . ! -type d ! -path './var/lib/dpkg/*' ! -path './var/log/dpkg.log' \
+     ! -path './var/cache/debconf/*' ! -path './var/cache/man/*' ! -name '*.gcda' | LC_ALL=C sort)
 }
-wait_for() {  # wait_for COMMAND...: until it succeeds, for up to 10 s
-  for _ in $(seq 100); do "$@" && return 0; sleep 0.1; done
-  return 1
-}
-sh "$init" status > /dev/null && fail "status says running before start"
-sh "$init" start > /dev/null || fail "start failed"
-wait_for started 1 || fail "the agent was not started"
-sh "$init" status > /dev/null || fail "status does not say running"
-first=$(head -n 1 "$scratch/started")
+before=$(own_files)
+cp "$scratch"/debs/*.deb "$root/tmp/"
+logged install dpkg -i $(cd "$root" && echo tmp/*.deb | sed 's|tmp/|/tmp/|g')
+agent_pids() { pgrep -x -f /usr/sbin/signage-agent || true; }
+wait_for() { for _ in $(seq 150); do "$@" && return 0; sleep 0.1; done; return 1; }  # up to 15 s
+another_than() { local p; p=$(agent_pids); [ -n "$p" ] && [ "$p" != "$1" ]; }
+[ -L "$root/etc/systemd/system/multi-user.target.wants/signage-agent.service" ] &&
+  compgen -G "$root/etc/rc2.d/S??signage-agent" > /dev/null || fail "not enabled for both init systems"
+wait_for another_than none || fail "the agent was not started on install"
+first=$(agent_pids)
+tr '\0' '\n' < "/proc/$first/environ" | grep -q '^PATH=/usr/libexec/signage-agent:' ||
+  fail "the agent's PATH does not put its own wget first"
 kill "$first"
-wait_for started 2 || fail "the agent was not started again after it ended"
-second=$(tail -n 1 "$scratch/started")
-sh "$init" stop > /dev/null || fail "stop failed"
-wait_for sh -c "! kill -0 $second 2>/dev/null" || fail "the agent outlived stop"
-sh "$init" status > /dev/null && fail "status says running after stop"
-grep -q "^agent $first started with PATH=/usr/libexec/signage-agent:" "$scratch/log" ||
-  fail "the agent's output is not in the log: $(cat "$scratch/log")"
-grep -q "ended with status" "$scratch/log" || fail "the restart is not in the log"
-echo "package_test: $(basename "$deb") is as expected"
+wait_for another_than "$first" || fail "the agent was not started again after it ended"
+grep -q "signage-agent: ended with status" "$root/var/log/signage-agent.log" || fail "the agent's end is not logged"
+verify=$(in_root systemd-analyze verify /lib/systemd/system/signage-agent.service 2>&1) && [ -z "$verify" ] ||
+  fail "systemd-analyze verify: $verify"
+in_root schedule-inspect /usr/share/doc/signage-agent-tools/examples/lobby-content.xml > /dev/null ||
+  fail "schedule-inspect does not read the sample content document"
+logged remove dpkg --remove signage-agent-tools signage-agent
+wait_for sh -c '! pgrep -x -f /usr/sbin/signage-agent > /dev/null' || fail "the agent outlived the removal"
+logged purge dpkg --purge signage-agent-tools signage-agent
+after=$(own_files)
+[ "$before" = "$after" ] || fail "the purge left the system changed (+ a file left, changed or deleted, - a file lost):
+$(diff <(echo "$before") <(echo "$after") | grep '^[<>]' | sed 's/^>/+/; s/^</-/')"
+echo "package_test: installed, ran, removed and purged $(cd "$scratch/debs" && echo *.deb)"

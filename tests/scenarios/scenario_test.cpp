@@ -10,7 +10,7 @@
 //
 // The content scenarios serve real media files from cms-sim (kMedia: sizes as the
 // documents give them, tens of kilobytes each) and follow what player-sim says each
-// layer plays (shown()); the figures the README reports are printed as "[ measured ]"
+// layer plays (shown()); the figures docs/testing.md reports are printed as "[ measured ]"
 // lines.
 #include <algorithm>
 #include <cstdio>
@@ -431,7 +431,7 @@ std::function<bool()> showing(const Device& device, const std::string& name, int
     };
 }
 
-// The figures the README reports, on the test's output.
+// The figures docs/testing.md reports, on the test's output.
 void measured(const std::string& what, double seconds) { std::printf("[ measured ] %s: %.0f device s\n", what.c_str(), seconds); }
 
 // The media folders hold only whole media under their names; a transfer's temporary

@@ -170,7 +170,8 @@ void Device::reboot()
 
 Device::~Device()
 {
-    if (agent_) agent_->stop(SIGKILL);
+    // Asked to end, as a service manager would: a coverage build writes its counts then.
+    if (agent_) agent_->stop(SIGTERM);
     if (!show_logs_at_end || !show_logs_at_end()) return;
     std::printf("---- device seconds: cms-sim and player-sim\n");
     for (const Event& e : timeline()) std::printf("%8.1f %s\n", e.at, e.line.c_str());

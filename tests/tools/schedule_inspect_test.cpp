@@ -1,225 +1,210 @@
-// schedule-inspect: its reading of --at and its JSON of an odd record, and the program
-// itself run on the sample documents under examples/.
-#include "schedule-inspect/inspect.h"
-
+// schedule-inspect run in the sandbox on the sample documents under examples/ and on
+// documents with a quirk: a moment, the week view and its picture, --check, --dump.
 #include <cstdio>
+#include <filesystem>
 #include <cstdlib>
-#include <ctime>
 #include <gtest/gtest.h>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <sys/wait.h>
+#include <tuple>
 #include <vector>
+#ifdef SVG_READER
+#include <expat.h>
+#endif
 
 #include "support/sandbox.h"
 
 namespace {
 
-using Json = nlohmann::json;
+using Texts = std::vector<std::string>;
 
-DRAVIK_CONTENT content;  // static storage: tens of kilobytes
-
-void set_central_europe()
+// The program's exit status, standard output and standard error.
+std::tuple<int, std::string, std::string> run(const std::string& args)
 {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-    tzset();
+    int w = std::system((SCHEDULE_INSPECT " " + args + " >/tmp/inspect.out 2>/tmp/inspect.err").c_str());
+    return {WIFEXITED(w) ? WEXITSTATUS(w) : -1, sandbox::read_file("/tmp/inspect.out"), sandbox::read_file("/tmp/inspect.err")};
 }
 
-// 02:30 on 25 October happens twice: the first, in summer time, counts. (Both show the
-// same clock time, so the program's output on the examples cannot tell them apart.)
-TEST(ScheduleInspect, ARepeatedClockTimeIsTheFirstOfTheTwo)
+const std::string kLobby = EXAMPLES_DIR "/lobby-content.xml", kStore = EXAMPLES_DIR "/store-content.xml";
+const std::string kWeek = kStore + " --from 2026-03-28 --days 2 --svg /tmp/week.svg --config " EXAMPLES_DIR "/demo/config.xml";
+
+TEST(ScheduleInspect, WhatPlaysAtAMomentAndWhy)
 {
-    set_central_europe();
-    std::time_t t = 0;
-    std::string why;
-    ASSERT_TRUE(inspect::parse_local_time("2026-10-25T02:30:00", &t, &why)) << why;
-    EXPECT_EQ(t, 1792888200);
-}
-
-TEST(ScheduleInspect, JsonOfARecordOutOfBounds)
-{
-    // Counts beyond the arrays' room never read past them, a size above 2^31 stays
-    // unsigned, and text that is not UTF-8 still gives valid JSON.
-    content = {};
-    content.schedule.itemCount = 99;
-    content.plcount = kMaxPlaylists + 1;
-    content.layoutcount = -4;
-    content.filecount = 1;
-    content.files[0].fsize = 4000000000u;
-    content.name[0] = '\xff';
-    Json j = Json::parse(inspect::dump_json(content));
-    EXPECT_EQ(j["schedule"]["schedItems"].size(), static_cast<std::size_t>(kMaxScheduleItems));
-    EXPECT_EQ(j["schedule"]["itemCount"], 99);
-    EXPECT_EQ(j["playlists"].size(), static_cast<std::size_t>(kMaxPlaylists));
-    EXPECT_TRUE(j["layouts"].empty());
-    EXPECT_EQ(j["files"][0]["fsize"], 4000000000u);
-    EXPECT_EQ(j["name"], "\xEF\xBF\xBD");
-}
-
-// The program run in the sandbox: its status, standard output and standard error.
-struct ToolRun {
-    int status;
-    std::string out, err;
-};
-
-ToolRun run_tool(const std::string& args)
-{
-    std::string cmd = std::string(SCHEDULE_INSPECT) + " " + args + " >/tmp/inspect.out 2>/tmp/inspect.err";
-    int w = std::system(cmd.c_str());
-    return {WIFEXITED(w) ? WEXITSTATUS(w) : -1, sandbox::read_file("/tmp/inspect.out"),
-            sandbox::read_file("/tmp/inspect.err")};
-}
-
-const std::string kLobby = std::string(EXAMPLES_DIR) + "/lobby-content.xml";
-const std::string kStore = std::string(EXAMPLES_DIR) + "/store-content.xml";
-
-TEST(ScheduleInspectProgram, RefusesWhatItCannotRead)
-{
-    ToolRun r = run_tool("");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("usage: schedule-inspect"), std::string::npos);
-    r = run_tool(kLobby + " --at 2026-02-30T10:00:00");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("no such date"), std::string::npos) << r.err;
-    EXPECT_EQ(run_tool(kLobby + " --when now").status, 2);
-    // Not a date and time of the form, or beyond the agent's 32-bit clock.
-    for (const char* at : {"2026-13-01T00:00:00", "2026-07-01T24:00:00", "2026-07-01", "2026-7-1T12:00:00",
-                           "2026-07-01T12:00:00Z", "2038-01-19T05:00:00", "tomorrow"})
-        EXPECT_EQ(run_tool(kLobby + " --at " + at).status, 2) << at;
-
-    r = run_tool("/tmp/no-such-content.xml");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("cannot open /tmp/no-such-content.xml"), std::string::npos) << r.err;
-    EXPECT_EQ(r.out, "");
-
-    // A pl_item with an attribute the player does not know, and a document cut short,
-    // are documents the agent rejects.
-    sandbox::write_file("/tmp/unknown-attribute.xml",
-                        "<content id=\"x\"><playlist pindex=\"0\" name=\"p\">"
-                        "<pl_item type=\"video\" findex=\"0\" loop=\"yes\"/></playlist></content>");
-    sandbox::write_file("/tmp/cut-short.xml", "<content id=\"x\"><playlist pindex=\"0\" name=\"p\">");
-    for (const char* args : {"/tmp/unknown-attribute.xml --dump", "/tmp/cut-short.xml --at 2026-03-04T12:00:00"}) {
-        r = run_tool(args);
-        EXPECT_EQ(r.status, 1) << args;
-        EXPECT_NE(r.err.find("is not a content document the player can read"), std::string::npos) << r.err;
-        EXPECT_EQ(r.out, "");
-    }
-}
-
-TEST(ScheduleInspectProgram, ExamplesAtChosenMoments)
-{
-    set_central_europe();
-    // The store with its evening item ending in 2099, beyond the device's 32-bit clock:
-    // the item never plays there, and so not here either.
-    std::string store = sandbox::read_file(kStore);
-    store.replace(store.find("end=\"2027-01-01T00:00:00\""), 25, "end=\"2099-12-31T23:59:59\"");
-    const std::string far_end = "/tmp/far-end.xml";
-    sandbox::write_file(far_end, store);
-    const struct {
-        const std::string& file;
-        const char* at;
-        const char* line;
-    } cases[] = {
-        // Lobby on a Wednesday: lunch with its menu board, afternoon, evening news.
-        {kLobby, "2026-03-04T12:00:00", "now=43200 playlist=1 layout=0 next=50400"},
-        {kLobby, "2026-03-04T15:00:00", "now=54000 playlist=0 layout=-1 next=61200"},
-        {kLobby, "2026-03-04T18:00:00", "now=64800 playlist=2 layout=-1 next=72000"},
-        // Saturday: no day items at all.
-        {kLobby, "2026-03-07T12:00:00", "now=43200 playlist=0 layout=-1 next=86400"},
-        // Store, Saturday of the weekend special: sale, closing soon, then the special's
-        // stop at 22:00 ends the sale as well.
-        {kStore, "2026-03-28T12:00:00", "now=43200 playlist=1 layout=-1 next=74700"},
-        {kStore, "2026-03-28T20:50:00", "now=75000 playlist=2 layout=-1 next=75600"},
-        {kStore, "2026-03-28T22:30:00", "now=81000 playlist=0 layout=-1 next=86400"},
-        // Sunday, the day the clock goes forward: 02:30 does not exist, and counts as
-        // 03:30 summer time.
-        {kStore, "2026-03-29T02:30:00", "now=12600 playlist=1 layout=-1 next=28800"},
-        {kStore, "2026-03-29T12:00:00", "now=43200 playlist=1 layout=-1 next=64800"},
-        {kStore, "2026-03-29T19:00:00", "now=68400 playlist=0 layout=-1 next=74700"},
-        {kStore, "2026-03-30T10:00:00", "now=36000 playlist=1 layout=-1 next=74700"},
-        // The sale's last evening: both stops at 21:00, the sale's item listed first.
-        {kStore, "2026-04-05T20:50:00", "now=75000 playlist=2 layout=-1 next=75600"},
-        {kStore, "2026-04-05T21:30:00", "now=77400 playlist=0 layout=-1 next=86400"},
-        {kStore, "2026-07-01 12:00:00", "now=43200 playlist=0 layout=-1 next=74700"},  // a blank for the T
-        {far_end, "2026-03-30T20:50:00", "now=75000 playlist=1 layout=-1 next=86400"},
-    };
-    for (const auto& c : cases) {
-        ToolRun r = run_tool(c.file + " --at '" + c.at + "'");
-        EXPECT_EQ(r.status, 0) << c.file << " " << c.at << ": " << r.err;
-        EXPECT_EQ(r.out.substr(0, r.out.find('\n')), c.line) << c.file << " " << c.at;
-    }
-
-    // The explanation names what plays and why, the next change, the events with the
-    // item behind each and the stop that cancelled a start, and the idle items.
-    const struct {
-        const std::string& file;
-        const char* at;
-        std::vector<const char*> lines;
-    } explained[] = {
-        {kLobby, "2026-03-04T12:00:00",
+    const std::tuple<std::string, const char*, Texts> cases[] = {
+        {kLobby + " --at 2026-03-04T12:00:00", "now=43200 playlist=1 layout=0 next=50400",
          {"Playing:  playlist 1 \"Lunch menu\" with layout 0 \"Menu board\"\n",
           "Why:      schedule item 0 (2026-01-01T00:00:00 to 2027-01-01T00:00:00) started it at 11:30:00\n",
           "  14:00:00 future  stop   playlist 1 \"Lunch menu\"  from item 0 (2026-01-01T00:00:00 to "
           "2027-01-01T00:00:00)  <- next change\n"}},
-        {kStore, "2026-03-28T22:30:00",
+        // The weekend special's stop at 22:00 ends the sale too; then the idle item.
+        {kStore + " --at 2026-03-28T22:30:00", "now=81000 playlist=0 layout=-1 next=86400",
          {"Why:      every start so far today was cancelled by a later stop of the same playlist\n",
-          "Next:     no change for the rest of today\n",
           "  00:00:00 past    start  playlist 1 \"Spring sale\", no layout  from item 0 (2026-03-20T09:00:00 to "
           "2026-04-05T21:00:00)  (cancelled by the stop at 22:00:00 of item 1)\n"}},
-        {kStore, "2026-03-30T10:00:00",
+        {kStore + " --at 2026-03-30T10:00:00", "now=36000 playlist=1 layout=-1 next=74700",
          {"  item 1 (2026-03-28T10:00:00 to 2026-03-29T18:00:00), playlist 1 \"Spring sale\": its period does not "
           "touch today\n"}},
-        {far_end, "2026-03-30T20:50:00",
-         {"  item 2 (2026-01-01T00:00:00 to 2099-12-31T23:59:59), playlist 2 \"Closing soon\": its start or end "
-          "lies outside 1901-12-14 .. 2038-01-19, which the player's 32-bit clock cannot count\n"}},
+        // 02:30 does not exist on the day the clock goes forward: it counts as 03:30.
+        {kStore + " --at '2026-03-29 02:30:00'", "now=12600 playlist=1 layout=-1 next=28800", {}},
     };
-    for (const auto& e : explained) {
-        std::string out = run_tool(e.file + " --at " + e.at).out;
-        for (const char* line : e.lines) EXPECT_NE(out.find(line), std::string::npos) << line << out;
+    for (const auto& [args, first, lines] : cases) {
+        auto [status, out, err] = run(args);
+        EXPECT_EQ(status, 0) << args << err;
+        EXPECT_EQ(out.substr(0, out.find('\n')), first) << args;
+        for (const std::string& line : lines) EXPECT_NE(out.find(line), std::string::npos) << line << out;
     }
 
-    // Without --at it evaluates now: whatever that gives, the first line has its form.
-    ToolRun r = run_tool(kLobby);
-    int now = -1, pl = -9, lo = -9, next = -9;
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(std::sscanf(r.out.c_str(), "now=%d playlist=%d layout=%d next=%d", &now, &pl, &lo, &next), 4) << r.out;
-    EXPECT_TRUE(now >= 0 && now < 86400) << r.out;
+    // The record as the agent parsed it, in its own order: only the used entries of each
+    // array, four characters of each digest.
+    auto [status, out, err] = run(kLobby + " --dump");
+    ASSERT_EQ(status, 0) << err;
+    const nlohmann::ordered_json j = nlohmann::ordered_json::parse(out);
+    Texts keys;
+    for (const auto& [k, v] : j.items()) keys.push_back(k);
+    EXPECT_EQ(keys, (Texts{"id", "name", "plcount", "filecount", "servercount", "layoutcount", "playlists", "files",
+                           "schedule", "servers", "layouts"}));
+    EXPECT_EQ(j["files"].size(), 6u);
+    EXPECT_EQ(j["files"][5].dump(), R"({"findex":5,"type":2,"server_id":0,"fname":"menu.html","fsize":2048,"path":"/pages","md5":"4a8a"})");
+
+    // A wrong command line is refused with status 2, a document it cannot read with 1.
+    for (const char* args : {"", " --at 2026-02-30T10:00:00", " --at 2038-01-19T05:00:00", " --days 367",
+                             " --from 2038-01-17 --days 3", " --check --dump", " --when now"})
+        EXPECT_EQ(std::get<0>(run(args[0] ? kLobby + args : "")), 2) << args;
+    EXPECT_EQ(run("/tmp/none.xml"), std::make_tuple(1, std::string(), std::string("schedule-inspect: cannot open /tmp/none.xml: No such file or directory\n")));
 }
 
-TEST(ScheduleInspectProgram, DumpShowsTheParsedDocument)
+// Each document under quirks/ is one the player reads as written but for one quirk:
+// entries beyond a capacity, moments beyond the 32-bit clock, names of things the
+// document does not have, files that never count as complete, what makes the parse
+// fail or end early. Its .expected file holds the findings --check gives, in order.
+TEST(ScheduleInspect, CheckFindsWhatThePlayerReadsDifferently)
 {
-    ToolRun lobby = run_tool(kLobby + " --dump");
-    ToolRun store = run_tool(kStore + " --dump");
-    ASSERT_EQ(lobby.status + store.status, 0) << lobby.err << store.err;
-    // The record's own fields, in its own order.
-    std::vector<std::string> keys;
-    const nlohmann::ordered_json ordered = nlohmann::ordered_json::parse(lobby.out);
-    for (const auto& [k, v] : ordered.items()) keys.push_back(k);
-    EXPECT_EQ(keys, (std::vector<std::string>{"id", "name", "plcount", "filecount", "servercount", "layoutcount",
-                                              "playlists", "files", "schedule", "servers", "layouts"}));
-    // Only the used entries of each array, and four characters of each digest.
-    Json l = Json::parse(lobby.out), s = Json::parse(store.out);
-    const std::pair<Json, const char*> expected[] = {
-        {l["id"], R"("5d1c0a7e-3b7f-4c2a-9f10-8a6b2c4d1e01")"},
-        {l["name"], R"("Lobby screens")"},
-        {Json::array({l["playlists"].size(), l["files"].size(), l["schedule"]["schedItems"].size(),
-                      l["layouts"].size()}),
-         "[3, 6, 2, 1]"},
-        {l["playlists"][1], R"({"pindex":1,"name":"Lunch menu","itemCount":2,
-            "PlItems":[{"type":1,"findex":2,"duration":20},{"type":0,"findex":3,"duration":0}]})"},
-        {l["files"][5],
-         R"({"findex":5,"type":2,"server_id":1,"fname":"menu.html","fsize":2048,"path":"/pages","md5":"4a8a"})"},
-        {l["schedule"]["schedItems"][0]["dayItems"][5], R"({"day":3,"mode":0,"time_of_day":50400})"},
-        {l["layouts"][0], R"({"lindex":0,"name":"Menu board","fileCount":1,"plItemCount":1,
-            "va1080p":{"x":0,"y":0,"width":1280,"height":720},"va720p":{"x":0,"y":0,"width":853,"height":480},
-            "vaPct":{"x":0,"y":0,"width":67,"height":67},"layoutFiles":[{"type":2,"findex":5}],
-            "layoutPLItems":[{"url":"http://cms.example.com/pages/menu.html","dur":0}]})"},
-        {s["name"], R"("Store & window")"},
-        {s["layouts"], "[]"},
-        {s["schedule"]["schedItems"][0]["dayItems"], "[]"},
-        {s["schedule"]["schedItems"][1]["dayItems"][0], R"({"day":6,"mode":1,"time_of_day":28800})"},
-    };
-    for (const auto& [got, want] : expected) EXPECT_EQ(got, Json::parse(want)) << want;
+    int documents = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(QUIRKS_DIR)) {
+        std::string path = entry.path().string(), expected = path;
+        if (!path.ends_with(".xml")) continue;
+        ++documents;
+        EXPECT_EQ(run(path + " --check"), std::make_tuple(1, sandbox::read_file(expected.replace(path.size() - 3, 3, "expected")), std::string()));
+        // A document the player rejects is refused the other questions too.
+        if (sandbox::read_file(expected).find("the player rejects the whole document") != std::string::npos) {
+            EXPECT_EQ(run(path + " --dump"), std::make_tuple(1, std::string(), "schedule-inspect: " + path + " is not a content "
+                      "document the player can read (the agent's parser rejects it; --check says where)\n"));
+        }
+    }
+    EXPECT_GE(documents, 17);
+    for (const std::string& sample : {kLobby, kStore, std::string(EXAMPLES_DIR) + "/demo/content.xml"})
+        EXPECT_EQ(run(sample + " --check"), std::make_tuple(0, sample + ": nothing to report: the player reads it as written\n", std::string()));
 }
+
+// The store's last weekend of March, when the clock goes forward, with the demo's display
+// times (on 06:00, off 22:26). Worked out by hand: the sale runs all day (item 0); the
+// weekend special, the same playlist, takes over from 10:00 on Saturday (its period
+// begins then, the day's 08:00 start already past) and from 08:00 on Sunday; its stops,
+// Saturday 22:00 and the end of its period on Sunday 18:00, end the sale as well;
+// "closing soon" from 20:45 to 21:00 hands back to whatever started last and was not
+// stopped. On Sunday the clock times from 03:00 are summer time, at the same clock times.
+const char* const kCancelled = "default: every start so far today was cancelled by a later stop of the same playlist";
+const std::pair<const char*, std::vector<std::tuple<const char*, int, const char*, bool>>> kWeekend[] = {
+    {"Saturday 2026-03-28 (CET)",  // each stretch: clock times, playlist, why, display off
+     {{"00:00-06:00", 1, "schedule item 0", true}, {"06:00-10:00", 1, "schedule item 0", false},
+      {"10:00-20:45", 1, "schedule item 1", false}, {"20:45-21:00", 2, "schedule item 2", false},
+      {"21:00-22:00", 1, "schedule item 1", false}, {"22:00-22:26", 0, kCancelled, false}, {"22:26-24:00", 0, kCancelled, true}}},
+    {"Sunday 2026-03-29 (CET, CEST from 03:00)",
+     {{"00:00 CET-06:00", 1, "schedule item 0", true}, {"06:00-08:00", 1, "schedule item 0", false},
+      {"08:00-18:00", 1, "schedule item 1", false}, {"18:00-20:45", 0, kCancelled, false},
+      {"20:45-21:00", 2, "schedule item 2", false}, {"21:00-22:26", 0, kCancelled, false}, {"22:26-24:00", 0, kCancelled, true}}},
+};
+
+TEST(ScheduleInspect, WeekAcrossTheChangeToSummerTime)
+{
+    const char* names[] = {"Store loop", "Spring sale", "Closing soon"};
+    std::string want = "\"Store & window\" (id c0ffee00-1234-4abc-8def-000000000042), in the time zone "
+                       "CET-1CEST,M3.5.0,M10.5.0/3\nwith the display's on/off times of configuration \"demo-cafe-config-1\"\n";
+    for (const auto& [day, stretches] : kWeekend) {
+        want += std::string("\n") + day + "\n";
+        for (const auto& [times, pl, why, off] : stretches)
+            want += std::string("  ") + times + "  video: playlist " + std::to_string(pl) + " \"" + names[pl] +
+                    "\"; browser: none; " + why + (off ? "; display off" : "") + "\n";
+    }
+    EXPECT_EQ(run(kWeek), std::make_tuple(0, want, std::string()));
+    // The browser layer: the layout and its video areas.
+    EXPECT_NE(std::get<1>(run(kLobby + " --from 2026-03-30 --days 1"))
+                  .find("\n  11:30-14:00  video: playlist 1 \"Lunch menu\"; browser: layout 0 \"Menu board\", video "
+                        "1280x720 at 0,0 (1080 lines), 853x480 at 0,0 (720 lines), 67%x67% at 0%,0% (other); schedule item 0\n"),
+              std::string::npos);
+}
+
+#ifdef SVG_READER
+// The picture of that weekend read back as XML: a bar per stretch, with the stretch in its
+// title, the bars of a day side by side across the hours, the same clock time at the same
+// place on both days, the time zone in the title and no script.
+struct Svg {
+    Texts open;  // the elements open
+    std::string title, text;
+    std::map<std::string, std::pair<double, double>> bars;  // title: x, width
+    double x = 0, width = 0;
+    bool in_bar = false, script = false;
+};
+
+TEST(ScheduleInspect, WeekAsAPicture)
+{
+    ASSERT_EQ(std::get<0>(run(kWeek)), 0);
+    const std::string text = sandbox::read_file("/tmp/week.svg");
+    Svg svg;
+    XML_Parser p = XML_ParserCreate("UTF-8");
+    XML_SetUserData(p, &svg);
+    XML_SetElementHandler(
+        p,
+        [](void* data, const XML_Char* name, const XML_Char** attrs) {
+            auto& s = *static_cast<Svg*>(data);
+            std::map<std::string, std::string> a;
+            for (int i = 0; attrs[i] != nullptr; i += 2) a[attrs[i]] = attrs[i + 1];
+            for (const auto& [k, v] : a) s.script = s.script || k.rfind("on", 0) == 0;
+            s.script = s.script || std::string(name) == "script";
+            if (a["class"] == "stretch") std::tie(s.in_bar, s.x, s.width) = std::tuple(true, std::stod(a["x"]), std::stod(a["width"]));
+            s.open.push_back(name);
+            s.text.clear();
+        },
+        [](void* data, const XML_Char* name) {
+            auto& s = *static_cast<Svg*>(data);
+            s.open.pop_back();
+            if (std::string(name) != "title") return;
+            if (s.open.size() == 1) s.title = s.text;
+            if (s.in_bar) s.bars[s.text] = {s.x, s.width};
+            s.in_bar = false;
+        });
+    XML_SetCharacterDataHandler(p, [](void* data, const XML_Char* chars, int len) {
+        static_cast<Svg*>(data)->text.append(chars, static_cast<std::size_t>(len));
+    });
+    ASSERT_EQ(XML_Parse(p, text.data(), static_cast<int>(text.size()), 1), XML_STATUS_OK)
+        << XML_ErrorString(XML_GetErrorCode(p)) << " at line " << XML_GetCurrentLineNumber(p);
+    XML_ParserFree(p);
+
+    EXPECT_NE(svg.title.find("in the time zone CET-1CEST,M3.5.0,M10.5.0/3"), std::string::npos) << svg.title;
+    EXPECT_FALSE(svg.script);
+    std::size_t stretches = 0;
+    std::map<std::string, double> at;  // the day and clock time a bar begins: its x
+    for (const auto& [day, list] : kWeekend) {
+        double end = -1;
+        for (const auto& [times, pl, why, off] : list) {
+            ++stretches;
+            const std::string head = std::string(day) + " " + times + "  video: playlist " + std::to_string(pl);
+            auto bar = svg.bars.lower_bound(head);
+            ASSERT_TRUE(bar != svg.bars.end() && bar->first.rfind(head, 0) == 0) << head;
+            auto [x, width] = bar->second;
+            if (end >= 0) {
+                EXPECT_NEAR(x, end, 0.11) << bar->first;
+            }
+            end = x + width;
+            at[std::string(day).substr(0, 3) + std::string(times).substr(0, 5)] = x;
+        }
+    }
+    EXPECT_EQ(svg.bars.size(), stretches);
+    for (const char* time : {"00:00", "06:00", "20:45"}) EXPECT_NEAR(at[std::string("Sun") + time], at[std::string("Sat") + time], 0.01) << time;
+}
+#endif
 
 }  // namespace

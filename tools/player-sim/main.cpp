@@ -528,7 +528,7 @@ int main(int argc, char** argv)
     // Like the agent and its tests, this program touches the device's fixed queue keys
     // and paths, so it runs only in the sandbox.
     if (std::getenv("SIGNAGE_SANDBOX") == nullptr) {
-        std::fprintf(stderr, "player-sim: runs only inside the sandbox: tools/sandbox -- %s ...\n",
+        std::fprintf(stderr, "player-sim: runs only inside the sandbox: tools/sandbox (installed as signage-sandbox) -- %s ...\n",
                      argv[0]);
         return 2;
     }

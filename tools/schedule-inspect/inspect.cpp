@@ -2,40 +2,21 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <vector>
 
-#include "content/content.h"
-#include "core/seam.h"
-#include "core/text.h"
+#include "schedule-inspect/check.h"
+#include "schedule-inspect/common.h"
+#include "schedule-inspect/week.h"
 
 namespace inspect {
 namespace {
 
-constexpr int kDay = 86400;
 constexpr const char* kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
                                      "Thursday", "Friday", "Saturday"};
-
-// The agent's clock stopped at one moment: the evaluation reads the time through the
-// seam, so installing this makes it evaluate at `at`.
-class FixedClock final : public seam::Platform {
-public:
-    explicit FixedClock(std::time_t at) : at_(at) {}
-    int system(const char*) override { return -1; }  // the evaluation runs no commands
-    void sleep(unsigned) override {}
-    std::time_t now() override { return at_; }
-
-private:
-    std::time_t at_;
-};
-
-int clamp_count(int count, int capacity)
-{
-    if (count < 0) return 0;
-    return count < capacity ? count : capacity;
-}
 
 std::string clock_time(int seconds)
 {
@@ -43,26 +24,6 @@ std::string clock_time(int seconds)
     std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", seconds / 3600, seconds / 60 % 60,
                   seconds % 60);
     return buf;
-}
-
-std::string quoted(std::string_view s) { return "\"" + std::string(s) + "\""; }
-
-// A playlist as the agent finds it: by position in the document's playlists.
-std::string playlist_label(const DRAVIK_CONTENT& c, int index)
-{
-    std::string label = "playlist " + std::to_string(index);
-    if (index >= 0 && index < clamp_count(c.plcount, kMaxPlaylists))
-        return label + " " + quoted(text_of(c.playlists[index].name));
-    return label + " (the document has no playlist there)";
-}
-
-std::string layout_label(const DRAVIK_CONTENT& c, int index)
-{
-    if (index == -1) return "no layout";
-    std::string label = "layout " + std::to_string(index);
-    if (index >= 0 && index < clamp_count(c.layoutcount, kMaxLayouts))
-        return label + " " + quoted(text_of(c.layouts[index].name));
-    return label + " (the document has no layout there)";
 }
 
 std::string item_label(const DRAVIK_CONTENT& c, int item)
@@ -100,23 +61,12 @@ void explain_choice(std::FILE* out, const DRAVIK_CONTENT& c, const PL_EVENT& ev,
                      e.mode == 1 ? "" : (" (day item mode " + std::to_string(e.mode) + ")").c_str());
         return;
     }
-    std::string why;
-    bool anyPast = false, anyPastStart = false;
-    for (int e = 0; e < n; ++e)
-        if (g_PSI[e].seconds <= ev.timeNowSeconds) {
-            anyPast = true;
-            if (g_PSI[e].mode != 0) anyPastStart = true;
-        }
-    if (n == 0)
-        why = "no schedule item has an event today, so the defaults apply";
-    else if (!anyPast)
-        why = "nothing in the schedule has started yet today, so the defaults apply";
-    else if (anyPastStart)
-        why = "every start so far today was cancelled by a later stop of the same playlist\n"
-              "          (a stop ends its playlist whichever schedule item it comes from),\n"
-              "          so the defaults apply";
+    std::string why = defaults_reason(n, ev.timeNowSeconds);
+    if (why == kAllCancelled)
+        why += "\n          (a stop ends its playlist whichever schedule item it comes from),\n"
+               "          so the defaults apply";
     else
-        why = "the only events so far today are stops, so the defaults apply";
+        why += ", so the defaults apply";
     std::fprintf(out, "Why:      %s (default_pindex %d, default_lindex %d)\n", why.c_str(),
                  c.schedule.defaultpl_index, c.schedule.defaultlo_index);
 }
@@ -288,11 +238,11 @@ bool parse_local_time(const char* text, std::time_t* out, std::string* error)
 
 void explain(std::FILE* out, DRAVIK_CONTENT& content, std::time_t at)
 {
-    FixedClock clock(at);
-    seam::install(&clock);
     PL_EVENT ev{};
-    content_get_pl_event(&content, &ev);
-    seam::install(nullptr);
+    {
+        ClockAt clock(at);
+        content_get_pl_event(&content, &ev);
+    }
     int n = content_event_count();
     int chosen = content_selected_event();
 
@@ -416,78 +366,181 @@ std::string dump_json(const DRAVIK_CONTENT& c)
     return doc.dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
+namespace {
+
+constexpr const char* kUsageText =
+    "usage: schedule-inspect CONTENT_XML [OPTION]...\n"
+    "Reads a content document with the player's own parser and works out its schedule with the\n"
+    "player's own code, in the local time of the zone that TZ names. It answers one question at\n"
+    "a time: --at, the week view (--from, --days, --config, --svg), --check or --dump.\n"
+    "\n"
+    "Options:\n"
+    "  --at YYYY-MM-DDTHH:MM:SS  what plays at that moment, and why (the default: now). The first\n"
+    "                            line is \"now=<seconds after midnight> playlist=<index>\n"
+    "                            layout=<index> next=<seconds after midnight>\"; then the names,\n"
+    "                            the next change and today's events with the item behind each\n"
+    "  --from YYYY-MM-DD         a week view from that day (default: today, when another option\n"
+    "                            of the week view asks for one): day by day, the stretches of\n"
+    "                            time and what the video and browser layers play in each, with\n"
+    "                            the schedule item behind it or why the defaults apply\n"
+    "  --days N                  days in the week view (default 7, at most 366)\n"
+    "  --config CONFIG_XML       in the week view, also when the display is off by this\n"
+    "                            configuration's on/off times\n"
+    "  --svg FILE                also draw the week view as an SVG picture in FILE\n"
+    "  --check                   every way the player reads the document differently from what\n"
+    "                            its author likely meant, one line each; exit status 1 if any\n"
+    "  --dump                    the parsed document as JSON\n"
+    "  -h, --help                this help\n"
+    "\n"
+    "Exit status: 0 done; 1 the document cannot be opened or the player's parser rejects it, or\n"
+    "--check found something; 2 a wrong command line.\n";
+
+int usage_error(std::FILE* err, const std::string& why)
+{
+    std::fprintf(err, "schedule-inspect: %s\n%s", why.c_str(), kUsageText);
+    return kUsage;
+}
+
+// A whole number 1 to `most`, digits only.
+bool parse_count(const char* text, int most, int* out)
+{
+    std::string_view s(text);
+    if (s.empty() || s.size() > 4 || s.find_first_not_of("0123456789") != std::string_view::npos) return false;
+    *out = std::atoi(text);
+    return *out >= 1 && *out <= most;
+}
+
+bool readable(std::FILE* err, const char* path)
+{
+    if (std::FILE* f = std::fopen(path, "r")) {
+        std::fclose(f);
+        return true;
+    }
+    std::fprintf(err, "schedule-inspect: cannot open %s: %s\n", path, std::strerror(errno));
+    return false;
+}
+
+}  // namespace
+
 int run(int argc, char** argv, std::FILE* out, std::FILE* err)
 {
-    const char* usage =
-        "usage: schedule-inspect CONTENT_XML [--at YYYY-MM-DDTHH:MM:SS] [--dump]\n"
-        "  Shows what the content document's schedule plays at a local time (default: now;\n"
-        "  time zone from TZ), as the player's agent works it out:\n"
-        "    now=<seconds after midnight> playlist=<index> layout=<index> next=<seconds>\n"
-        "  then the names, the next change and today's events with the item behind each.\n"
-        "  --dump prints the parsed document as JSON instead.\n";
     const char* path = nullptr;
     const char* atText = nullptr;
-    bool dump = false;
+    const char* fromText = nullptr;
+    const char* daysText = nullptr;
+    const char* configPath = nullptr;
+    const char* svgPath = nullptr;
+    bool dump = false, checks = false;
+    struct Valued {
+        std::string_view name;
+        const char** value;
+    } const valued[] = {{"--at", &atText},           {"--from", &fromText}, {"--days", &daysText},
+                        {"--config", &configPath}, {"--svg", &svgPath}};
     for (int i = 1; i < argc; ++i) {
         std::string_view a = argv[i];
+        bool taken = false;
+        for (const Valued& v : valued) {
+            if (a == v.name) {
+                if (++i >= argc) return usage_error(err, std::string(v.name) + " needs a value");
+                *v.value = argv[i];
+                taken = true;
+            } else if (a.size() > v.name.size() && a.substr(0, v.name.size()) == v.name &&
+                       a[v.name.size()] == '=') {
+                *v.value = argv[i] + v.name.size() + 1;
+                taken = true;
+            }
+        }
+        if (taken) continue;
         if (a == "--dump") {
             dump = true;
-        } else if (a == "--at") {
-            if (++i >= argc) {
-                std::fprintf(err, "schedule-inspect: --at needs a date and time\n%s", usage);
-                return kUsage;
-            }
-            atText = argv[i];
-        } else if (a.substr(0, 5) == "--at=") {
-            atText = argv[i] + 5;
+        } else if (a == "--check") {
+            checks = true;
         } else if (a == "-h" || a == "--help") {
-            std::fputs(usage, out);
+            std::fputs(kUsageText, out);
             return kOk;
         } else if (a.size() > 1 && a[0] == '-') {
-            std::fprintf(err, "schedule-inspect: unknown option %s\n%s", argv[i], usage);
-            return kUsage;
+            return usage_error(err, "unknown option " + std::string(a));
         } else if (path == nullptr) {
             path = argv[i];
         } else {
-            std::fprintf(err, "schedule-inspect: one content document only\n%s", usage);
-            return kUsage;
+            return usage_error(err, "one content document only");
         }
     }
     if (path == nullptr) {
-        std::fputs(usage, err);
+        std::fputs(kUsageText, err);
         return kUsage;
     }
+    bool weekView = fromText != nullptr || daysText != nullptr || configPath != nullptr || svgPath != nullptr;
+    if ((atText != nullptr) + weekView + dump + checks > 1)
+        return usage_error(err, "choose one of --at, the week view (--from, --days, --config, --svg), --check "
+                                "and --dump");
 
-    std::time_t at = 0;
+    std::time_t at = seam::now();
     if (atText != nullptr) {
         std::string why;
-        if (!parse_local_time(atText, &at, &why)) {
-            std::fprintf(err, "schedule-inspect: --at %s: %s\n", atText, why.c_str());
-            return kUsage;
+        if (!parse_local_time(atText, &at, &why))
+            return usage_error(err, "--at " + std::string(atText) + ": " + why);
+    }
+    int days = 7;
+    if (daysText != nullptr && !parse_count(daysText, 366, &days))
+        return usage_error(err, "--days " + std::string(daysText) + ": expected a number of days, 1 to 366");
+    std::time_t first = 0;
+    if (weekView) {
+        std::tm today{};
+        localtime_r(&at, &today);
+        if (fromText != nullptr) {
+            std::string why;
+            std::string midnight = std::string(fromText) + "T00:00:00";
+            if (std::strlen(fromText) != 10 || !parse_local_time(midnight.c_str(), &at, &why))
+                return usage_error(err, "--from " + std::string(fromText) +
+                                            ": expected a day of the form YYYY-MM-DD that the player's "
+                                            "clock can count");
+            localtime_r(&at, &today);
         }
-    } else {
-        at = seam::now();
+        first = local_midnight(today.tm_year + 1900, today.tm_mon + 1, today.tm_mday);
+        if (first == -1 || local_midnight(today.tm_year + 1900, today.tm_mon + 1, today.tm_mday + days) == -1)
+            return usage_error(err, "the agent counts time in 32-bit seconds: the days must end by 2038-01-19");
     }
 
-    if (std::FILE* f = std::fopen(path, "r")) {
-        std::fclose(f);
-    } else {
-        std::fprintf(err, "schedule-inspect: cannot open %s: %s\n", path, std::strerror(errno));
-        return kBadDocument;
-    }
+    if (!readable(err, path)) return kBadDocument;
+    if (checks) return check(out, path) == 0 ? kOk : kBadDocument;
     dA_Initialize();
     if (dA_ParseContent(path) != 0 || !dA_IsContentValid()) {
         std::fprintf(err,
                      "schedule-inspect: %s is not a content document the player can read "
-                     "(the agent's parser rejects it)\n",
+                     "(the agent's parser rejects it; --check says where)\n",
                      path);
         return kBadDocument;
     }
     DRAVIK_CONTENT& content = *dA_Content();
-    if (dump)
+    if (dump) {
         std::fprintf(out, "%s\n", dump_json(content).c_str());
-    else
+    } else if (!weekView) {
         explain(out, content, at);
+    } else {
+        DRAVIK_CONFIGURATION_CH* config = nullptr;
+        if (configPath != nullptr) {
+            if (!readable(err, configPath)) return kBadDocument;
+            if (dA_ParseConfigurationCH(configPath) != 0 || !dA_IsConfigurationCHValid()) {
+                std::fprintf(err, "schedule-inspect: %s is not a configuration document the player can read\n",
+                             configPath);
+                return kBadDocument;
+            }
+            config = dA_ConfigurationCH();
+        }
+        std::vector<Day> shown = week(content, config, first, days);
+        print_week(out, content, shown, config);
+        if (svgPath != nullptr) {
+            std::string svg = svg_week(content, shown, config);
+            std::FILE* f = std::fopen(svgPath, "w");
+            bool written = f != nullptr && std::fwrite(svg.data(), 1, svg.size(), f) == svg.size();
+            if (f != nullptr && std::fclose(f) != 0) written = false;
+            if (!written) {
+                std::fprintf(err, "schedule-inspect: cannot write %s: %s\n", svgPath, std::strerror(errno));
+                return kBadDocument;
+            }
+        }
+    }
     return std::fflush(out) == 0 ? kOk : kBadDocument;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
-// schedule-inspect: what a content document's schedule plays at a given moment, worked
-// out by the agent's own parser and schedule evaluation, and explained for the people
-// who author content.
+// schedule-inspect: what a content document's schedule plays at a given moment, or day
+// by day over a week, worked out by the agent's own parser and schedule evaluation, and
+// explained for the people who author content. The week view is week.h.
 //
 //   inspect::run(argc, argv, out, err)   the whole program; returns its exit status
 //   inspect::parse_local_time(text, &t)  "YYYY-MM-DDTHH:MM:SS" in the zone TZ names

@@ -1,4 +1,4 @@
-// schedule-inspect CONTENT_XML [--at YYYY-MM-DDTHH:MM:SS] [--dump]
+// schedule-inspect CONTENT_XML [--at YYYY-MM-DDTHH:MM:SS | --from YYYY-MM-DD ...] [--dump]: see --help
 #include <cstdio>
 
 #include "schedule-inspect/inspect.h"

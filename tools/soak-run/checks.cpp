@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 
 #include "actions/config.h"
-#include "content/content.h"
+#include "schedule/content.h"
 #include "core/seam.h"
 
 namespace soak {
