@@ -409,15 +409,7 @@ std::vector<Event> shown(const Device& device, int layer)
 {
     std::vector<Event> changes;
     for (const Event& e : device.player("state layer=")) {
-        auto report = e.line.find("report=\"");
-        if (report == std::string::npos) continue;
-        std::string text = e.line.substr(report + 8, e.line.find('"', report + 8) - report - 8);
-        std::string part = layer == 0 ? text.substr(0, text.find('%')) : text.substr(text.find('%') + 1);
-        std::string name;
-        if (std::count(part.begin(), part.end(), ',') == 4) {
-            auto first = part.find(',');
-            name = part.substr(first + 1, part.find(',', first + 1) - first - 1);
-        }
+        std::string name = PlayerSim::playing(e.line)[static_cast<std::size_t>(layer)];
         if (changes.empty() ? !name.empty() : changes.back().line != name) changes.push_back({e.at, name});
     }
     return changes;

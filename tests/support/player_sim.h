@@ -3,7 +3,9 @@
 // before the constructor returns, stopped by its process id at the end; second
 // invocations of its command line; its log. The test target defines PLAYER_SIM as the
 // program's path.
+#include <array>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
@@ -54,6 +56,24 @@ public:
             texts.push_back(text);
         }
         return texts;
+    }
+
+    // What each layer plays by a "state layer=" line's report ("r0,<name>,Playing,...%..."):
+    // the playlist or layout name (content id, star, index), "" when idle or stopped.
+    static std::array<std::string, 2> playing(const std::string& state_line)
+    {
+        std::array<std::string, 2> names;
+        auto open = state_line.find("report=\"");
+        if (open == std::string::npos) return names;
+        std::string report = state_line.substr(open + 8, state_line.find('"', open + 8) - open - 8);
+        for (int layer = 0; layer < 2; ++layer) {
+            std::string part = layer == 0 ? report.substr(0, report.find('%')) : report.substr(report.find('%') + 1);
+            std::vector<std::string> fields;
+            std::stringstream in(part);
+            for (std::string f; std::getline(in, f, ',');) fields.push_back(f);
+            if (fields.size() == 5 && fields[2] == "Playing") names[layer] = fields[1];
+        }
+        return names;
     }
 
     // A second invocation through the shell, e.g. "--notify copy-start", run to

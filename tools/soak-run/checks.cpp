@@ -379,14 +379,16 @@ void Checks::player_state(double at, int layer, const std::string& report, bool 
               what + " while the display's on/off times say off");
     }
 
-    // The content in force, and what its schedule asks for (within the last seconds:
-    // the agent evaluated a moment before the player said so).
+    // The content in force, and what its schedule asked for when the agent evaluated it:
+    // up to a switch's allowance before the player said so. Two events seconds apart
+    // have the first one's playlist start after the second has passed; the switch to the
+    // second is held to its own allowance by the layer's continuous check.
     if (!content_) return;
     bool ok = id == content_->id;
     std::string why = ok ? "" : " (the content in force is " + std::string(content_->id) + ")";
     if (ok && timer_alive_) {
         bool scheduled = false;
-        for (double t = at - 5; t <= at && !scheduled; t += 1) {
+        for (double t = at - kEventGrace; t <= at && !scheduled; t += 1) {
             Expected e = expected_at(epoch(t));
             scheduled = e.layer[layer] == name;
         }

@@ -42,9 +42,14 @@ with a switch every ten minutes for an hour, the display always on and a call ho
 every two minutes; it measures how faithful the device-time figures stay at a speed.
 
 Writes DIR/report.txt (also printed), DIR/soak.svg, DIR/plan.txt and the peers' logs
-(default DIR: ./soak). Exit status 0 with no violation, 1 with any, 2 for a wrong
-command line.
+(default DIR: ./soak). SIGINT or SIGTERM ends the run early, with the report of what
+ran. Exit status 0 with no violation, 1 with any, 2 for a wrong command line.
 )";
+
+// Asked to end early (Ctrl-C, or SIGTERM from whoever runs the soak): the report is still
+// written, for what ran, so that a long run can be cut short at its first violation.
+volatile std::sig_atomic_t stop_asked = 0;
+extern "C" void ask_to_stop(int) { stop_asked = 1; }
 
 constexpr const char* kTz = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr const char* kRules = "/tmp/harness/rules";
@@ -469,17 +474,12 @@ void Soak::read_logs()
         std::string report = text.substr(open, text.find('"', open) - open);
         bool started = text.find(" area=") != std::string::npos;
         checks_.player_state(at, layer, report, started);
-        for (int l = 0; l < 2; ++l) {
-            std::string part = l == 0 ? report.substr(0, report.find('%')) : report.substr(report.find('%') + 1);
-            std::vector<std::string> fields;
-            std::stringstream in(part);
-            for (std::string f; std::getline(in, f, ',');) fields.push_back(f);
-            std::string name = fields.size() == 5 && fields[2] == "Playing" ? fields[1] : "";
-            if (name != shown_[l]) {
-                shown_[l] = name;
-                run_.shown.push_back({at, l, name});
+        std::array<std::string, 2> playing = PlayerSim::playing(text);
+        for (int l = 0; l < 2; ++l)
+            if (playing[static_cast<std::size_t>(l)] != shown_[l]) {
+                shown_[l] = playing[static_cast<std::size_t>(l)];
+                run_.shown.push_back({at, l, shown_[l]});
             }
-        }
     }
     for (const std::string& line : calls_log_.lines())
         if (line == "reboot") reboot_wanted_ = true;
@@ -519,7 +519,9 @@ int Soak::run()
 
     std::size_t next = 0;
     double next_scan = 0, next_sample = 0, next_progress = kProgressEvery;
-    for (double now = device_->now(); now < o_.seconds; now = device_->now()) {
+    std::signal(SIGINT, ask_to_stop);
+    std::signal(SIGTERM, ask_to_stop);
+    for (double now = device_->now(); now < o_.seconds && !stop_asked; now = device_->now()) {
         while (next < plan.size() && plan[next].at <= now) apply(plan[next++]);
         end_lasting(now);
         read_logs();
