@@ -207,7 +207,7 @@ void Checks::disk_filled(double at, bool full)
 // ---------------------------------------------------------------------------------------
 // Playback
 
-Checks::Expected Checks::expected_at(std::time_t t) const
+Checks::Expected Checks::expected_at(std::time_t t, bool display) const
 {
     Expected e;
     if (!content_) return e;
@@ -217,7 +217,7 @@ Checks::Expected Checks::expected_at(std::time_t t) const
     content_get_pl_event(content_.get(), &ev);
     int next = 0;
     DRAVIK_CONFIGURATION_CH none{};
-    e.on = getAutoOnOffMode(config_ ? config_.get() : &none, &next) != 0;
+    e.on = !display || getAutoOnOffMode(config_ ? config_.get() : &none, &next) != 0;
     seam::install(nullptr);
     if (!e.on || ev.currentPL < 0) return e;  // both layers stopped
     e.layer[0] = name_of(*content_, ev.currentPL);
@@ -389,7 +389,10 @@ void Checks::player_state(double at, int layer, const std::string& report, bool 
     if (ok && timer_alive_) {
         bool scheduled = false;
         for (double t = at - kEventGrace; t <= at && !scheduled; t += 1) {
-            Expected e = expected_at(epoch(t));
+            // Whatever the display: an off time and a schedule event together have the
+            // content check start the event's playlist a moment before the display's
+            // evaluation stops it (the display's own invariant holds that moment).
+            Expected e = expected_at(epoch(t), false);
             scheduled = e.layer[layer] == name;
         }
         bool fallback = layer == 0 && index == content_->schedule.defaultpl_index && at - incomplete_at_ < 30;
@@ -579,6 +582,7 @@ void Checks::rebooted(double at, const Disk& disk)
         check(kUsbConf, disk.usb_conf.find("CallHomeAddress," + address_) != std::string::npos, at,
               "at the boot USB.CONF holds \"" + disk.usb_conf + "\", not the server in force " + address_);
     timer_alive_ = true;
+    upgrading_ = false;
     content_ = disk.saved_content.empty() ? nullptr : World::parse_content(disk.saved_content);
     config_ = disk.saved_config.empty() ? nullptr : World::parse_config(disk.saved_config);
     playing_[0] = playing_[1] = "";
@@ -640,7 +644,9 @@ void Checks::scan(double at, const Disk& disk)
     if (!content_) return;
     follow_playback(at);
     if (expected_.waiting[0]) incomplete_at_ = at;
-    if (!timer_alive_) {
+    // Nothing time-driven runs after the clock was set back, nor while the main loop
+    // waits for an upgrade that ends in a reboot.
+    if (!timer_alive_ || upgrading_) {
         suspend(kSchedule);
         return;
     }

@@ -78,6 +78,8 @@ public:
 
     void clock_set(double at, std::time_t epoch);
     void timer_ended(double at);
+    // The player upgrades: the agent's main loop waits for it, then the device reboots.
+    void upgrade(bool running) { upgrading_ = running; }
     void server(double at, bool up);
     void disk_filled(double at, bool full);
     void request(const Request& r);
@@ -123,7 +125,9 @@ private:
         bool waiting[2] = {false, false};  // the scheduled files are not all there yet
         bool on = true;
     };
-    Expected expected_at(std::time_t t) const;
+    // What must show at `t`; with `display` false, what the schedule gives whatever the
+    // display's on/off times say.
+    Expected expected_at(std::time_t t, bool display = true) const;
     bool whole(int playlist, int layout) const;
     bool files_whole(const std::vector<int>& findexes) const;
     void follow_playback(double at);
@@ -140,6 +144,7 @@ private:
     std::vector<Invariant> invariants_;
     std::vector<std::pair<double, std::time_t>> clock_;  // device second -> epoch set then
     bool timer_alive_ = true;
+    bool upgrading_ = false;
     Disk disk_;
     std::map<std::string, std::pair<double, bool>> stray_;  // temporary file -> since, flagged
 

@@ -467,7 +467,9 @@ void Soak::read_logs()
         double at = device_->device_time(stamp);
         std::string text = line.substr(line.find(' ') + 1);
         run_.logs.push_back({at, "player-sim", text});
+        if (text.starts_with("upgrade ") && text.find("phase=start") != std::string::npos) checks_.upgrade(true);
         if (text.starts_with("upgrade ") && text.find("phase=end outcome=ok") != std::string::npos) upgrade_end_ = at;
+        if (text.starts_with("upgrade ") && text.find("phase=end outcome=fail") != std::string::npos) checks_.upgrade(false);
         if (!text.starts_with("state layer=")) continue;
         int layer = text[12] - '0';
         auto open = text.find("report=\"") + 8;
