@@ -162,18 +162,23 @@ void Checks::clock_set(double at, std::time_t epoch)
     // A step as the agent's clock sees it: what must show may change at once.
     if (content_) follow_playback(at);
     clock_.push_back({at, epoch});
-    if (clock_.size() > 1 && content_) {
-        Expected e = expected_at(epoch);
-        for (int l = 0; l < 2; ++l)
-            if (e.layer[l] != expected_.layer[l]) {
-                due_[l] = at;
-                grace_[l] = kEventGrace;
-                event_[l] = false;
-                flagged_[l] = false;
-            }
-        expected_ = e;
-        followed_to_ = at;
-    }
+    if (clock_.size() > 1 && content_) expect_anew(at, kEventGrace);
+}
+
+// What must show is worked out again at `at`: a layer whose expectation changed has
+// `grace` seconds from then to follow it.
+void Checks::expect_anew(double at, double grace)
+{
+    Expected e = expected_at(epoch(at));
+    for (int l = 0; l < 2; ++l)
+        if (e.layer[l] != expected_.layer[l]) {
+            due_[l] = at;
+            grace_[l] = grace;
+            event_[l] = false;
+            flagged_[l] = false;
+        }
+    expected_ = e;
+    followed_to_ = at;
 }
 
 std::time_t Checks::epoch(double at) const
@@ -293,16 +298,7 @@ void Checks::adopt_content(double at, std::shared_ptr<DRAVIK_CONTENT> content)
     follow_playback(at);
     if (!content_ || std::strcmp(content_->id, content->id) != 0) adopted_at_.insert({content->id, at});
     content_ = std::move(content);
-    Expected e = expected_at(epoch(at));
-    for (int l = 0; l < 2; ++l)
-        if (e.layer[l] != expected_.layer[l]) {
-            due_[l] = at;
-            grace_[l] = kDocumentGrace;
-            event_[l] = false;
-            flagged_[l] = false;
-        }
-    expected_ = e;
-    followed_to_ = at;
+    expect_anew(at, kDocumentGrace);
 }
 
 void Checks::player_state(double at, int layer, const std::string& report, bool started)

@@ -132,6 +132,7 @@ private:
     bool files_whole(const std::vector<int>& findexes) const;
     void follow_playback(double at);
     void adopt_content(double at, std::shared_ptr<DRAVIK_CONTENT> content);
+    void expect_anew(double at, double grace);
 
     // Calls home.
     enum class Due { None, Soon, Interval };
