@@ -18,6 +18,9 @@ namespace {
 constexpr double kDay = 86400;
 // How long the device may take to show what it must, by what made it due.
 constexpr double kEventGrace = 15;     // a schedule event, a display on/off time, a clock step
+// A call home whose documents stall or come slowly holds the main loop for up to a
+// fetch's stall limit (20 device s) and the rest of its list: a switch due meanwhile waits.
+constexpr double kSlowFetch = 30;
 constexpr double kDocumentGrace = 30;  // a new document, the scheduled files' arrival
 constexpr double kBootGrace = 45;      // a boot (first call home 10 s, first content check 20 s)
 // Missing scheduled files: the content check comes back every 605 s at most and starts
@@ -559,15 +562,7 @@ void Checks::request(const Request& r)
     if (path.ends_with("/config.xml") && doc->config) {
         follow_playback(r.at);
         config_ = doc->config;
-        Expected e = expected_at(epoch(r.at));
-        for (int l = 0; l < 2; ++l)
-            if (e.layer[l] != expected_.layer[l]) {
-                due_[l] = r.at;
-                grace_[l] = kDocumentGrace;
-                event_[l] = false;
-                flagged_[l] = false;
-            }
-        expected_ = e;
+        expect_anew(r.at, kDocumentGrace);
     }
 }
 
@@ -666,7 +661,8 @@ void Checks::scan(double at, const Disk& disk)
     }
     for (int l = 0; l < 2; ++l) {
         if (expected_.waiting[l]) continue;
-        bool ok = playing_[l] == expected_.layer[l] || at - due_[l] <= grace_[l];
+        bool held = due_[l] >= slow_from_ - kSlowFetch && due_[l] <= slow_until_ + kSlowFetch;
+        bool ok = playing_[l] == expected_.layer[l] || at - due_[l] <= grace_[l] + (held ? kSlowFetch : 0);
         if (playing_[l] == expected_.layer[l]) flagged_[l] = false;
         if (!ok && flagged_[l]) continue;  // one violation for one stretch
         if (!ok) flagged_[l] = true;

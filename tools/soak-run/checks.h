@@ -19,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "world.h"
@@ -80,6 +81,12 @@ public:
     void timer_ended(double at);
     // The player upgrades: the agent's main loop waits for it, then the device reboots.
     void upgrade(bool running) { upgrading_ = running; }
+    // The server's documents stall or come slowly (from `at` on, or no longer).
+    void documents_slow(double at, bool slow)
+    {
+        if (slow && slow_until_ < 1e18) std::tie(slow_from_, slow_until_) = std::pair(at, 1e18);
+        if (!slow && slow_until_ >= 1e18) slow_until_ = at;
+    }
     void server(double at, bool up);
     void disk_filled(double at, bool full);
     void request(const Request& r);
@@ -146,6 +153,7 @@ private:
     std::vector<std::pair<double, std::time_t>> clock_;  // device second -> epoch set then
     bool timer_alive_ = true;
     bool upgrading_ = false;
+    double slow_from_ = 1e18, slow_until_ = -1e18;  // the last stretch of slow documents
     Disk disk_;
     std::map<std::string, std::pair<double, bool>> stray_;  // temporary file -> since, flagged
 

@@ -236,8 +236,11 @@ void Soak::notify(const std::string& what, int media) { device_->notify(what, me
 void Soak::write_rules()
 {
     std::string rules;
+    bool slow = false;
     for (const Step& s : lasting_) {
         if (s.kind != Kind::DocumentFault && s.kind != Kind::MediaFault) continue;
+        slow = slow || (s.kind == Kind::DocumentFault &&
+                        (s.fault.find("stall") != std::string::npos || s.fault.find("delay") != std::string::npos));
         // The faults' times are device seconds; cms-sim keeps real time.
         std::string fault;
         std::stringstream items(s.fault);
@@ -254,6 +257,7 @@ void Soak::write_rules()
     std::ofstream(part, std::ios::trunc) << rules;
     std::filesystem::rename(part, kRules);
     if (device_ && device_->server_pid() > 0) kill(device_->server_pid(), SIGHUP);
+    if (device_) checks_.documents_slow(device_->now(), slow);
 }
 
 void Soak::fill_disk(const Step& s, bool fill)
