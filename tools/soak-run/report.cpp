@@ -105,7 +105,8 @@ std::string report_text(const Run& run, const Checks& checks)
     }
 
     line("Calls home and downloads per device day");
-    int days = static_cast<int>(std::ceil(run.seconds / kDay - 1e-6));
+    // A run ends a moment after its last device second: no row for that moment's day.
+    int days = static_cast<int>(std::ceil(run.seconds / kDay - 60.0 / kDay));
     for (int d = 0; d < days; ++d) {
         auto calls = checks.calls_per_day().find(d);
         auto downloads = checks.downloads_per_day().find(d);
