@@ -129,11 +129,8 @@ TEST_F(ContentCheck, PlayerShowsWhatTheScheduleAsks)
         // The list is ready for when the display comes on.
         {"display off: written, not started", 1, -1, {}, nullptr, nullptr, 8, 0, {}, "Idle,,0%Idle,,0", 21605, "1,0,Lobby,Menu,,|,,,"},
         {"nothing scheduled", -1, -1, {}, "c-7*2", "c-7*0", 8, 1, {stop + "7"}, "Idle,,0%Idle,,0", 21605, "0,1,Lobby,,,|,,,"},
-        {"a layout left on the browser goes", 2, -1, {}, "c-7*2", "c-7*0", 8, 1, Texts{stop + "33"} + starts(0, 1),
-         "r1,c-7*2,Playing,news.mpg,1%Idle,,0", 21605, "1,0,Lobby,News,,|,,,"},
-        // Deliberately, the active layout name is the playlist's.
-        {"layout at 1080", 1, 0, {}, nullptr, nullptr, 8, 1, starts(1, 2) + starts(0, 0, 1, 1280, 720, 0, 0),
-         "r0,c-7*1,Playing,menu.jpg,1%r2" + board, 21605, "1,0,Lobby,Menu,Menu,|,,,", "1280x720+0+0 units=pixels"},
+        // A layout's video area at 1080 lines and a layout that ends are the scenarios'
+        // (ScheduleDay). Deliberately, the active layout name is the playlist's.
         {"layout at 720", 1, 0, {}, "c-7*9", "c-7*0", 45, 1, starts(1, 3) + starts(0, 1, 1, 853, 480, 10, 20),
          "r1,c-7*1,Playing,menu.jpg,1%r3" + board, 21605, "1,0,Lobby,Menu,Menu,|,,,", "853x480+10+20 units=pixels"},
         {"layout in percent", 1, 0, {}, nullptr, nullptr, 20, 1, starts(1, 2) + starts(0, 0, 0, 67, 68, 5, 6),
