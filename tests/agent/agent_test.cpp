@@ -191,8 +191,7 @@ TEST_F(Agent, UpgradeEndsTheListThenRebootsOrWaitsForEver)
         PlayerSim sim;
         EXPECT_EQ(parse_action_file(kList), 1);
         EXPECT_EQ(load_call_home_config(kStickConf, 0, 0), 1);
-        EXPECT_EQ(reboots(), 2);
-        EXPECT_EQ(PlayerSim::requests(kSnmpSetType).back(), ".1.3.6.1.4.1.58321.3.5.7.0 i 0");
+        EXPECT_EQ(reboots(), 2);  // the player told first: the firmware scenario's
         EXPECT_EQ(media_left(), kMedia);
     }
 
