@@ -14,6 +14,7 @@
 #include "download/wget.h"
 #include "storage/cleanup.h"
 #include "storage/pelk_file.h"
+#include "support/sandbox.h"
 
 namespace {
 
@@ -111,10 +112,7 @@ int main(int argc, char** argv)
         std::fclose(std::fopen(("/mnt/hd4/video/candidate-" + std::to_string(i) + ".mp4").c_str(), "w"));
     FREESPACE_RESULTS fs{};
     get_free_space(&fs);
-    std::string filler(1 << 20, 'x');
-    std::FILE* f = std::fopen("/mnt/hd4/audio/filler", "w");
-    for (unsigned kb = 0; kb < fs.allKB * 6 / 10; kb += 1024) std::fwrite(filler.data(), 1, filler.size(), f);
-    std::fclose(f);
+    sandbox::write_file("/mnt/hd4/audio/filler", std::string((fs.allKB * 6 / 10 + 1023) / 1024 * 1024 * 1024, 'x'));
 
     seam::install(&quiet);
     std::strcpy(macAddress, "001A2B3C4D5E");

@@ -3,10 +3,10 @@
 // bytes. Run it in the sandbox (tools/bench): the document is written to its /tmp.
 #include <benchmark/benchmark.h>
 #include <cstdio>
-#include <cstdlib>
 #include <expat.h>
 #include <string>
 
+#include "support/sandbox.h"
 #include "xml/dravikAPI.h"
 #include "xml/tokenizer.h"
 
@@ -72,11 +72,7 @@ const std::string& document()
 {
     static const std::string text = [] {
         std::string d = maximal_document();
-        FILE* f = std::fopen(kPath, "w");
-        if (f == nullptr || std::fwrite(d.data(), 1, d.size(), f) != d.size() || std::fclose(f) != 0) {
-            std::perror(kPath);
-            std::exit(1);
-        }
+        sandbox::write_file(kPath, d);  // throws, ending the run, when it cannot
         return d;
     }();
     return text;

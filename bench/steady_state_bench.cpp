@@ -4,15 +4,9 @@
 // player-sim answers for the player on the real queues, so run it in the sandbox
 // (tools/footprint); the media are tiny files on the sandbox's /mnt/hd4.
 #include <benchmark/benchmark.h>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <signal.h>
-#include <spawn.h>
-#include <string>
-#include <sys/wait.h>
-#include <thread>
 
 #include "actions/config.h"
 #include "agent/agent.h"
@@ -22,9 +16,8 @@
 #include "download/download.h"
 #include "schedule/player_state.h"
 #include "storage/pelk_file.h"
+#include "support/player_sim.h"
 #include "xml/dravikAPI.h"
-
-extern char** environ;
 
 namespace {
 
@@ -71,22 +64,7 @@ int main(int argc, char** argv)
     download_init();
     AutoOnOffMode = 1;
 
-    std::remove("/tmp/player-sim.log");
-    char program[] = PLAYER_SIM;
-    char* sim_argv[] = {program, nullptr};
-    pid_t sim = -1;
-    if (posix_spawn(&sim, program, nullptr, nullptr, sim_argv, environ) != 0) {
-        std::perror("steady_state_bench: player-sim");
-        return 1;
-    }
-    auto ready = [] {
-        std::ifstream log("/tmp/player-sim.log");
-        for (std::string line; std::getline(log, line);)
-            if (line.find(" start pid=") != std::string::npos) return true;
-        return false;
-    };
-    for (int i = 0; i < 100 && !ready(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-
+    PlayerSim sim;  // ready when constructed, stopped by its process id at the end
     seam::install(&quiet);
     // The first check starts the playlist; every later one finds it playing.
     process_content_check(&currentContent);
@@ -94,6 +72,4 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    kill(sim, SIGTERM);
-    waitpid(sim, nullptr, 0);
 }

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <span>
 #include <string>
 #include <string_view>
@@ -50,13 +49,8 @@ void check_item(DRAVIK_NAME_DATA* item) { FUZZ_CHECK(terminated(item->name, item
 const char* write_document(const std::uint8_t* data, std::size_t size)
 {
     static const std::string path = "/tmp/fuzz-document-" + std::to_string(getpid()) + ".xml";
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    bool ok = fd >= 0;
-    for (std::size_t done = 0; ok && done < size;) {
-        ssize_t n = write(fd, data + done, size - done);
-        done += (ok = n > 0) ? static_cast<std::size_t>(n) : 0;
-    }
-    if (!ok || close(fd) != 0) fail(path.c_str(), __LINE__);
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    if (f == nullptr || std::fwrite(data, 1, size, f) != size || std::fclose(f) != 0) fail(path.c_str(), __LINE__);
     return path.c_str();
 }
 

@@ -75,13 +75,11 @@ TEST(ControlChannel, RequestCutAndTerminatedReplyReadAsItArrived)
     EXPECT_STREQ(reply, "");
 }
 
-TEST(Shell, GlobsOnlyWhenAskedAndNothingThatDoesNotFit)
+// (A wild card kept for the shell is a DeleteFile line's, in the agent's test; one kept
+// from it, the hostile strings'.)
+TEST(Shell, NothingThatDoesNotFit)
 {
     char out[8];
-    ASSERT_TRUE(shell_escaped(out, "*.mpg", true));
-    EXPECT_STREQ(out, "*.mpg");
-    ASSERT_TRUE(shell_escaped(out, "*.mpg"));
-    EXPECT_STREQ(out, "\\*.mpg");
     EXPECT_FALSE(shell_escaped(out, "a b c d") || *out);
     EXPECT_FALSE(shell_quoted(out, "ab'cd") || *out);  // needs 8 characters and the terminator
 }

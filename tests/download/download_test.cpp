@@ -1,6 +1,8 @@
 // The download queue and manager over the sandbox's real media partition (128000 KB of
 // tmpfs), the real md5sum and the real list. Each start is stopped, or run to its end
-// from cms-sim through wget-compat, and its thread waited for before the next row.
+// from cms-sim through wget-compat, and its thread waited for before the next row. Then
+// wget's own part: the document fetches through the real wget-compat from cms-sim on
+// loopback, at a tenth of their pace (CmsSim::pace_transfers), and the URL's preparation.
 #include "download/download.h"
 
 #include <algorithm>
@@ -9,11 +11,13 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "core/text.h"
 #include "core/timer.h"
 #include "core/usb_xapp.h"
 #include "download/wget.h"
@@ -61,8 +65,6 @@ protected:
         FREESPACE_RESULTS fs{};
         ASSERT_EQ(get_free_space(&fs), 0);
         fit = static_cast<int>(fs.freeKB) - 30000;  // KB that leave exactly the margin
-        free_pct = fs.free_percent;
-        after = [fs](int kb) { return static_cast<int>((fs.freeKB - kb) / 1024 * 100 / (fs.allKB / 1024)); };
     }
 
     // Queues one file of `kb` KB; `failed` marks it as having failed once.
@@ -110,8 +112,6 @@ protected:
     FakePlatform platform;
     std::set<std::string> threads;
     int fit = 0;
-    int free_pct = 0;
-    std::function<int(int)> after;  // percent free after a file of that many KB
 };
 
 // queue.xml's files against the disk.
@@ -203,18 +203,13 @@ TEST_F(Downloads, CheckStartsTheFirstFileThatFitsAndActsOnTheStart)
     }
     initiate_call_home_pending = initiate_cleanup_pending = initiate_send_log = 0;
 
-    // The hook is asked once the file is chosen.
-    START_DL_RESULT r{};
-    download_start(&r, [](char*, unsigned long long) { return 1; });
-    EXPECT_EQ(fields(r.dlstat, r.free_space_before, r.free_space_after, download_in_progress()),
-              fields(DL_DENIED_BY_CALLER, free_pct, after(4), 0));
-
     // An address that would outgrow the URL keeps its token; nothing overflows.
     std::string address = "$MAC$$FILE$" + std::string(233, 'x') + "$DCMSERVER$", name(255, 'n');
     std::strcpy(content.servers[0].address, address.c_str());
     download_set_servers(&content);
     download_clear_download_list();
     queue(name.c_str(), 4);
+    START_DL_RESULT r{};
     download_start(&r, nullptr);
     settle();
     EXPECT_EQ(status.url, "001A2B3C4D5E" + name + std::string(233, 'x') + "$DCMSERVER$");
@@ -245,7 +240,8 @@ TEST_F(Downloads, CheckStartsTheFirstFileThatFitsAndActsOnTheStart)
 // Transfers run from cms-sim through wget-compat to their end before the check collects
 // them. A file that arrived counts as complete only when the next rebuild of the queue
 // finds it whole: by its size, and a web page also by its digest. A failed file is not
-// tried again until the queue is rebuilt.
+// tried again until the queue is rebuilt (which starts it again: the TruncatedMedia
+// scenario).
 TEST_F(Downloads, TransfersRunToTheirEndAndArrivedFilesAreCheckedAgain)
 {
     CmsSim cms({"--fault", "/m/*/slow-*", "rate=4k", "--fault", "/m/*/long.mp4", "extra=1000", "--fault", "/m/*/login.mp4",
@@ -288,8 +284,6 @@ TEST_F(Downloads, TransfersRunToTheirEndAndArrivedFilesAreCheckedAgain)
          134, 0, -1},
         {"the failed file is not tried again", "gone.mp4", 0, 8192, "", false, false, nullptr,
          {0, 1, 1, 0, 1, 0, 0, 1, 0, 0, 0}, 0, 0, -1},
-        {"the rebuilt queue starts it again", "gone.mp4", 0, 8192, "", true, false, nullptr,
-         {1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 10}, 0, 0, -1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
@@ -334,6 +328,102 @@ TEST_F(Downloads, TransfersRunToTheirEndAndArrivedFilesAreCheckedAgain)
             }
         }
     }
+}
+
+// Whether a process named wget is left, given a moment to die after a kill.
+bool wget_left()
+{
+    return !sandbox::wait_until([] { return std::system("killall -0 wget 2>/dev/null") != 0; }, std::chrono::seconds(3));
+}
+
+TEST(Transfers, UrlPreparation)
+{
+    // Only an http URL gets its scheme in lower case and its blanks escaped, and only while
+    // the result stays within 511 characters; otherwise it stays as it was.
+    const std::string path(490, 'p'), q9(9, 'q'), q10(10, 'q');
+    const std::pair<std::string, std::string> cases[] = {
+        {"HTTP://host/a b c.mp4", "http://host/a%20b%20c.mp4"}, {"hTtP://host/x", "http://host/x"},
+        {"ftp://host/a b.mp4", "ftp://host/a b.mp4"},           {"https://host/a b", "https://host/a b"},
+        {"HTTP://h/" + path + q9 + " ", "http://h/" + path + q9 + "%20"},
+        {"HTTP://h/" + path + q10 + " ", "HTTP://h/" + path + q10 + " "},
+    };
+    for (const auto& [in, out] : cases) {
+        char url[513];
+        copy_text(url, in);
+        initialize_wget_transfer(url);
+        EXPECT_EQ(std::string(url), out) << in.substr(0, 20);
+    }
+    // A URL of 513 characters or more starts nothing.
+    FakePlatform fake;
+    char long_url[600];
+    copy_text(long_url, "ftp://h/" + std::string(520, 'x'));
+    EXPECT_EQ(ftp_file(long_url, "/tmp/doc", 0, nullptr), 0);
+    EXPECT_TRUE(fake.commands().empty());
+}
+
+TEST(Transfers, DocumentFetchersKeepToTheirLimits)
+{
+    CmsSim cms({"--fault", "/stuck/*", "stall=0"});
+    FakePlatform fake;
+    CmsSim::pace_transfers(fake);
+    for (const char* doc : {"command.txt", "dlreq.aspx"}) {
+        CmsSim::put(std::string("/ok/") + doc, std::string(16384, 'd'));
+        CmsSim::put(std::string("/big/") + doc, std::string(16385, 'd'));
+    }
+    CmsSim::put("/ok/content.xml", std::string(102400, 'c'));
+    CmsSim::put("/big/content.xml", std::string(102401, 'c'));
+    CmsSim::put("/stuck/content.xml", std::string(300, 'c'));
+    const std::string ok = CmsSim::url("/ok"), big = CmsSim::url("/big"), stuck = CmsSim::url("/stuck");
+    const struct {
+        const char* what;
+        std::function<int()> fetch;
+        std::size_t bytes;  // of /tmp/doc after a success; 0: the fetch fails
+        bool started;       // wget was run
+    } cases[] = {
+        {"command list at its limit", [&] { return get_command_file(ok.c_str(), "", "/tmp/doc"); }, 16384, true},
+        {"command list one byte over", [&] { return get_command_file(big.c_str(), "", "/tmp/doc"); }, 0, true},
+        {"content at its limit", [&] { return get_content_file(ok.c_str(), "", "/tmp/doc"); }, 102400, true},
+        {"content one byte over", [&] { return get_content_file(big.c_str(), "", "/tmp/doc"); }, 0, true},
+        {"download request", [&] { return get_dl_request_file(ok.c_str(), "001A2B3C4D5E", 2, "/tmp/doc"); }, 16384, true},
+        {"download request over", [&] { return get_dl_request_file(big.c_str(), "m", 1, "/tmp/doc"); }, 0, true},
+        {"command list, no server", [] { return get_command_file("", "", "/tmp/doc"); }, 0, false},
+        {"download request, no server", [] { return get_dl_request_file("", "m", 1, "/tmp/doc"); }, 0, false},
+        // The configuration is fetched even from an empty server, which wget then refuses.
+        {"config, no server", [] { return get_config_file("", "", "/tmp/doc"); }, 0, true},
+        {"missing document", [&] { return get_config_file(ok.c_str(), "", "/tmp/doc"); }, 0, true},
+        {"stalled for good", [&] { return get_content_file(stuck.c_str(), "", "/tmp/doc"); }, 0, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        unlink("/tmp/doc");
+        fake.clear();
+        EXPECT_EQ(c.fetch(), c.bytes ? 1 : 0);
+        if (c.bytes) {
+            EXPECT_EQ(sandbox::read_file("/tmp/doc").size(), c.bytes);
+        }
+        // wget is killed on every way out, success included.
+        const auto commands = fake.commands();
+        EXPECT_EQ(commands.empty() ? "" : commands.back(), c.started ? "killall -9 wget" : "");
+        EXPECT_FALSE(wget_left());
+    }
+    // The last row's stall: one second before the start, then ten 2-second polls without a byte.
+    const auto sleeps = fake.sleeps();
+    EXPECT_EQ(std::accumulate(sleeps.begin(), sleeps.end(), 0u), 21u);
+    EXPECT_EQ(CmsSim::requests("GET /ok/dlreq.aspx?player=001A2B3C4D5E&pri=2 200 16384").size(), 1u);
+}
+
+// A URL that fills the transfer's record without an end fails before wget starts, and
+// leaves the media partition writable, as it always has. (The outcomes of real media
+// transfers are the download manager's test.)
+TEST(Transfers, MediaUrlWithoutAnEnd)
+{
+    FakePlatform fake;
+    fake.run_commands(true);
+    std::memset(status.url, 'x', sizeof status.url);
+    ftp_file_to_hd(nullptr);
+    EXPECT_EQ(status.code, 134);
+    EXPECT_TRUE(sandbox::is_writable("/mnt/hd4"));
+    for (const auto& command : fake.commands()) EXPECT_EQ(command.find("wget"), std::string::npos) << command;
 }
 
 }  // namespace

@@ -119,14 +119,11 @@ const Place places[] = {
          run_action_file("DeleteFile," + s + ".mpg\n");
          EXPECT_TRUE(!deliverable || !sandbox::exists(media));
      }},
-    {"call-home address from USB.CONF, then a configuration fetched from it",
+    {"call-home address from USB.CONF, then a configuration and a content document fetched from it",
      [](const std::string& s) {
          call_home_at(s, "ConfigID,hostile-1\n");
          expect_wget(upto(s, "\r\n") + "/config.xml", {"-O", "/tmp/daconfig.xml"});
-     }},
-    {"call-home address from USB.CONF, then a content document fetched from it",
-     [](const std::string& s) {
-         call_home_at(s, "ContentID,hostile-1\n");
+         run_action_file("ContentID,hostile-1\n");
          expect_wget(upto(s, "\r\n") + "/content.xml", {"-O", "/tmp/dacontent.xml"});
      }},
     {"CheckVersion address",

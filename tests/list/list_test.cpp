@@ -44,7 +44,6 @@ TEST(List, PoolReuseSortAndFree)
     listSort(&list, [](void* x, void* y) { return *static_cast<char*>(y) - *static_cast<char*>(x); });
     EXPECT_EQ(texts(), "caa");
 
-    listSwap();  // kept in the interface, doing nothing
     listFree(&list);
     EXPECT_EQ(texts(), "");
     for (const LIST_NODE& n : pool) EXPECT_EQ(n.in_use, 0);

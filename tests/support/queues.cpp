@@ -32,11 +32,6 @@ bool post(int key, long type, std::string_view text)
     return msgsnd(open(key), raw.get(), text.size(), IPC_NOWAIT) == 0;
 }
 
-bool post_bridge_reply(std::string_view line)
-{
-    return post(1236, 772, std::string(line) + '\0');
-}
-
 std::optional<Message> take(int key, long type, std::chrono::milliseconds wait)
 {
     auto deadline = std::chrono::steady_clock::now() + wait;
@@ -49,15 +44,11 @@ std::optional<Message> take(int key, long type, std::chrono::milliseconds wait)
     }
 }
 
-void drain(int key)
-{
-    while (take(key)) {
-    }
-}
-
 void drain_all()
 {
-    for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey}) drain(key);
+    for (int key : {kPlayerQueueKey, kBridgeRequestKey, kBridgeReplyKey, kNotifyQueueKey})
+        while (take(key)) {
+        }
 }
 
 int count(int key)

@@ -16,18 +16,13 @@ struct Message {
 // Sends `text` (its exact bytes) as one message; false when the queue refused it.
 bool post(int key, long type, std::string_view text);
 
-// A bridge reply line of type 772 on key 1236, as the bridge sends it (with its NUL).
-bool post_bridge_reply(std::string_view line);
-
 // Takes the first message of `type` (0: any type), waiting up to `wait` for one.
 std::optional<Message> take(int key, long type = 0,
                             std::chrono::milliseconds wait = std::chrono::milliseconds(0));
 
-// Removes every waiting message of every type.
-void drain(int key);
-
-// The same for each of the agent's four queues (player, bridge request and reply,
-// notifications), so that a test starts with nothing left over from the one before.
+// Removes every waiting message of every type from each of the agent's four queues
+// (player, bridge request and reply, notifications), so that a test starts with nothing
+// left over from the one before.
 void drain_all();
 
 // The number of messages waiting.
