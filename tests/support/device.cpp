@@ -7,10 +7,13 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <set>
+#include <sstream>
 #include <sys/mount.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #if !defined(SIGNAGE_AGENT) || !defined(FAKETIME_LIBRARY)
 #error "the device library must define SIGNAGE_AGENT and FAKETIME_LIBRARY"
@@ -155,8 +158,24 @@ void Device::reboot()
     double down = now();
     end_agent_and_leftovers();
     player_.reset();
-    for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
-        if (!kHarnessFiles.contains(entry.path().filename())) std::filesystem::remove_all(entry.path());
+    // Only what lives on the RAM disk itself: a folder the sandbox mounted under /tmp (the
+    // project tree, when it was checked out there) is the host's, and stays.
+    std::vector<std::string> mounts;
+    {
+        std::ifstream info("/proc/self/mountinfo");
+        for (std::string line; std::getline(info, line);) {
+            std::istringstream fields(line);
+            std::string id, parent, device, root, point;
+            if (fields >> id >> parent >> device >> root >> point && point.starts_with("/tmp/")) mounts.push_back(point);
+        }
+    }
+    for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
+        std::string path = entry.path();
+        bool holds_mount = std::any_of(mounts.begin(), mounts.end(), [&](const std::string& m) {
+            return m == path || m.starts_with(path + "/");
+        });
+        if (!holds_mount && !kHarnessFiles.contains(entry.path().filename())) std::filesystem::remove_all(entry.path());
+    }
     std::filesystem::create_directories("/tmp/playlists");
     // A partition that was writable when the power went comes up read-only.
     sandbox::set_writable(3, false);
