@@ -25,9 +25,8 @@
 
 namespace {
 
-constexpr const char* kUsage = R"(usage:
-  cms-sim [--root DIR] [--port N] [--log PATH] [--rules FILE] [--fault PATTERN FAULTS]...
-  cms-sim --help
+constexpr const char* kUsage = R"(Usage: cms-sim [--root DIR] [--port N] [--log PATH] [--rules FILE] [--fault PATTERN FAULTS]...
+  or:  cms-sim --help
 
 Serves the files under DIR (default: the current directory) over HTTP on 127.0.0.1:N
 (default 8080; 0 picks a free port, which the log's first line names): GET and HEAD of

@@ -31,13 +31,12 @@
 
 namespace {
 
-constexpr const char* kUsage = R"(usage:
-  player-sim [options]                 run until SIGTERM or SIGINT
-  player-sim --notify WHAT [--media N] [--control PATH]
-                                       have the running player-sim send a notification
-  player-sim --help
+constexpr const char* kUsage = R"(Usage: player-sim [OPTION]...
+  or:  player-sim --notify WHAT [--media N] [--control PATH]
+  or:  player-sim --help
 
-Stands in for the player application and its management bridge on the queues the
+The first form runs until SIGTERM or SIGINT; --notify has the running player-sim send
+a notification. Stands in for the player application and its management bridge on the queues the
 agent uses: it answers every bridge request on key 1235 with one reply of type 772 on
 key 1236, takes the agent's player messages on key 1234 and its answers (type 30) on
 key 1240, and sends notifications (type 31) on key 1240 when asked to. It runs only

@@ -369,7 +369,7 @@ std::string dump_json(const DRAVIK_CONTENT& c)
 namespace {
 
 constexpr const char* kUsageText =
-    "usage: schedule-inspect CONTENT_XML [OPTION]...\n"
+    "Usage: schedule-inspect CONTENT_XML [OPTION]...\n"
     "Reads a content document with the player's own parser and works out its schedule with the\n"
     "player's own code, in the local time of the zone that TZ names. It answers one question at\n"
     "a time: --at, the week view (--from, --days, --config, --svg), --check or --dump.\n"
